@@ -1,0 +1,25 @@
+# Reads the export list (src/core/exports.inc) and writes from it the ELF version script that
+# hides every other symbol and the Windows module-definition file. Re-runs when the list changes.
+set(VELMORA_EXPORT_LIST ${CMAKE_SOURCE_DIR}/src/core/exports.inc)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VELMORA_EXPORT_LIST})
+
+file(STRINGS ${VELMORA_EXPORT_LIST} _lines REGEX "^VELMORA_EXPORT\\(")
+set(VELMORA_EXPORT_NAMES "")
+set(_script "{\n  global:\n")
+set(_def "LIBRARY \"Velmora.Imaging.SSE\"\nEXPORTS\n")
+foreach(_line IN LISTS _lines)
+  if(NOT _line MATCHES "^VELMORA_EXPORT\\(([A-Za-z_][A-Za-z0-9_]*), *([0-9]+)\\)")
+    message(FATAL_ERROR "exports.inc: malformed line: ${_line}")
+  endif()
+  list(APPEND VELMORA_EXPORT_NAMES ${CMAKE_MATCH_1})
+  string(APPEND _script "    ${CMAKE_MATCH_1};\n")
+  # On 32-bit Windows the linker matches the undecorated name to _Name@bytes.
+  string(APPEND _def "  ${CMAKE_MATCH_1}\n")
+endforeach()
+string(APPEND _script "  local: *;\n};\n")
+list(LENGTH VELMORA_EXPORT_NAMES VELMORA_EXPORT_COUNT)
+set(VELMORA_VERSION_SCRIPT ${CMAKE_BINARY_DIR}/velmora_exports.map)
+set(VELMORA_DEF_FILE ${CMAKE_BINARY_DIR}/Velmora.Imaging.SSE.def)
+file(CONFIGURE OUTPUT ${VELMORA_VERSION_SCRIPT} CONTENT "${_script}")
+file(CONFIGURE OUTPUT ${VELMORA_DEF_FILE} CONTENT "${_def}")
+message(STATUS "Velmora exports: ${VELMORA_EXPORT_COUNT}")

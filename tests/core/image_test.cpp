@@ -1,0 +1,77 @@
+// The scratch-plane layout: pitch, size, origin and border arithmetic, alignment and zero fill.
+#include <cstdint>
+
+#include <gtest/gtest.h>
+
+#include "core/image.h"
+
+namespace {
+
+using velmora::XMBorder;
+using velmora::XMBYTE4;
+using velmora::XMFLOAT4A;
+using velmora::XMFLOAT8;
+using velmora::XMImage;
+
+TEST(XMImageLayout, KnownSizes) {
+    auto a = XMImage<float>::Create(10, 5);
+    EXPECT_EQ(a->Pitch(), 48);
+    EXPECT_EQ(a->Size(), 240);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(a->Origin()), a->Base());
+
+    auto b = XMImage<float>::Create(10, 5, 8, 1);
+    EXPECT_EQ(b->Pitch(), 64);
+
+    auto c = XMImage<float>::Create(10, 5, 8, 1, XMBorder{1, 0, 0, 0});
+    EXPECT_EQ(c->Pitch(), 96);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(c->Origin()) - c->Base(), 32);
+
+    EXPECT_EQ(XMImage<XMFLOAT4A>::Create(3, 1)->Pitch(), 48);
+    EXPECT_EQ(XMImage<XMBYTE4>::Create(5, 1)->Pitch(), 32);
+    EXPECT_EQ(XMImage<XMFLOAT8>::Create(3, 2)->Pitch(), 96);
+}
+
+// Recomputes the layout from first principles for many combinations and checks the invariants
+// kernels rely on: aligned rows, the padded region and borders inside the allocation, zeros.
+template <class T>
+void CheckLayouts() {
+    const int32_t e = sizeof(T);
+    for (int32_t w : {1, 3, 7, 16, 33})
+        for (int32_t h : {1, 2, 5})
+            for (int32_t gx : {1, 2, 4, 8})
+                for (int32_t gy : {1, 3})
+                    for (XMBorder bd : {XMBorder{}, XMBorder{1, 2, 3, 4}, XMBorder{5, 0, 0, 1}}) {
+                        auto im = XMImage<T>::Create(w, h, gx, gy, bd);
+                        const int32_t wpad = (w + gx - 1) / gx * gx, hpad = (h + gy - 1) / gy * gy;
+                        const int32_t left = (e * ((bd.left + gx - 1) / gx * gx) + 15) / 16 * 16;
+                        EXPECT_EQ(im->Pitch() % 16, 0);
+                        EXPECT_EQ(im->Pitch(), left + (e * (wpad + bd.right) + 15) / 16 * 16);
+                        EXPECT_EQ(im->Size(), (bd.top + hpad + bd.bottom) * im->Pitch());
+                        EXPECT_EQ(reinterpret_cast<uintptr_t>(im->Base()) % 16, 0u);
+                        const auto origin = reinterpret_cast<uint8_t*>(im->Origin());
+                        EXPECT_EQ(origin - im->Base(), bd.top * im->Pitch() + left);
+                        EXPECT_GE(left, e * bd.left);
+                        for (int32_t i = 0; i < im->Size(); ++i) ASSERT_EQ(im->Base()[i], 0) << i;
+                    }
+}
+
+TEST(XMImageLayout, InvariantsForEveryElementType) {
+    CheckLayouts<float>();
+    CheckLayouts<XMBYTE4>();
+    CheckLayouts<XMFLOAT4A>();
+    CheckLayouts<XMFLOAT8>();
+}
+
+TEST(XMImageLayout, SharedOwnershipReleasesWithTheLastOwner) {
+    std::weak_ptr<XMImage<float>> weak;
+    {
+        auto im = XMImage<float>::Create(4, 4);
+        auto second = im;
+        weak = im;
+        im.reset();
+        EXPECT_FALSE(weak.expired());
+    }
+    EXPECT_TRUE(weak.expired());
+}
+
+}  // namespace

@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(g++ make cmake libgtest-dev libxsimd-dev libpng-dev libjpeg62-turbo-dev binutils)
 if [[ "${1:-build}" == bench ]]; then
-  packages+=(libbenchmark-dev libopencv-dev liblcms2-dev libvips-dev)
+  packages+=(libbenchmark-dev libopencv-dev liblcms2-dev libvips-dev pkg-config)
 fi
 
 missing=()

@@ -91,11 +91,74 @@ VELMORA_API int32_t VELMORA_CALL ImageClear_Gray32F_SSE2_V2(float* data, int32_t
 
 /* ---- Adjust: exposure, brightness, saturation, levels --------------------- */
 
+/* Exposure record, passed by value (five 32-bit words, 20 bytes on the 32-bit stack): amount in
+   stops; an optional plane of extra stops, one float per pixel, rows localStep bytes apart. */
+typedef struct ExposureParameter {
+    float amount;
+    const float* localMap;
+    int32_t localStep;
+    int32_t reserved[2]; /* accepted and not read */
+} ExposureParameter;
+
+/* General failure (0x80004005): only ImageAdjustExposureSelective_Rgba128F_SSE2 returns it. */
+#define StatusFailure ((StatusCode)0x80004005u)
+
+/* dst = src x 2^exposure on all four lanes (exp2f once per call), plain scalar loop. No checks; src may be dst. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi, float exposure);
+/* As ImageAdjustExposure_Rgba128F, one pixel per vector; bit-identical results. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                int32_t dstStep, const ImageSize* roi,
+                                                                float exposure);
+/* In place: every lane x powf(2, amount), or with a local map x powf(2, clamp(amount + local, -5, 5)) per
+   pixel. reserved, reserved1 and reserved2 are accepted and not read (their meaning is not settled). No checks. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposureEtc_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                   int32_t height, ExposureParameter exposure,
+                                                                   ExposureParameter reserved, float reserved1,
+                                                                   float reserved2);
+/* In place, by tone band. t = sRGB-encoded ProPhoto luminance of the pixel (clamped to [0, 1]) indexes
+   1025-entry band tables (step 1/1024, linear interpolation): blacks e^(-50t^2), shadows
+   e^(-4.5t^2) - e^(-50t^2), midtones e^(-28.125(t-0.5)^2), highlights e^(-4.5(1-t)^2) - e^(-50(1-t)^2),
+   whites e^(-50(1-t)^2). Every lane x 2^clamp(amount + local + sum(band amount x weight), -5, 5): exactly 1
+   when everything is 0. StatusFailure (nothing touched) unless step is a multiple of 64; else StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL ImageAdjustExposureSelective_Rgba128F_SSE2(
+    float* image, int32_t step, const ImageSize* roi, ExposureParameter exposure, float blacks, float shadows,
+    float midtones, float highlights, float whites);
+/* Lightness power curve with Rec.709 luminance: L = CIE lightness / 100 of Y, L' = L x L whatever the amount
+   (the amount is not applied; the linear branch uses Y x 0.9032963), all lanes x (Y' + eps) / (Y + eps). */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                             int32_t dstStep, const ImageSize* roi, float amount);
+/* Lightness power curve: L' = L^(2^amount) by the library's own polynomial log2 and 2^x, all lanes x
+   (Y' + eps) / (Y + eps). Four pixels per iteration; the last partial group touches only real pixels. */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, const ImageSize* roi,
+                                                                  float amount);
+/* In place, every lane c = Y + (c - Y) x f, f = 1 + saturation + HSV saturation x vibrance (+ local), Y the
+   ProPhoto luminance; no clamp. |saturation|, |vibrance| < 1e-6 count as 0; all off and no map: untouched. */
+VELMORA_API void VELMORA_CALL ImageAdjustSaturation_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                  int32_t height, float saturation,
+                                                                  float vibrance, const float* localMap,
+                                                                  int32_t localStep);
+/* In place, every lane x = clamp((x - black) / (white - black), 0, 1); NaN becomes 0; white == black is not
+   guarded. */
+VELMORA_API void VELMORA_CALL ImageLevels_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                        float black, float white);
+
 
 /* ---- Adjust: curves ------------------------------------------------------- */
 
 
 /* ---- Adjust: Lab conversions ---------------------------------------------- */
+
+/* Blocked Lab128F: per four pixels of a row, 16 floats: L* x4, a* x4, b* x4, then 116 f(lane 4) - 16 x4. */
+/* In place, linear ProPhoto RGB (D50) to Lab128F (D50 white 0.96422, 1, 0.82521). Rows go in whole blocks
+   of four pixels: overrun up to three pixels past the width, read and rewritten. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
+/* In place, Lab128F to linear ProPhoto RGB with lane 4 = 0; Y takes the linear branch only for L* <= 0.008856452
+   (deliberately L*, not kappa x eps). Whole blocks of four pixels: overrun up to three pixels. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
 
 
 /* ---- Filter ---------------------------------------------------------------- */

@@ -86,8 +86,9 @@ void ScaleRow(const float* src, float* dst, int32_t width, __m128 factor) {
     for (int32_t x = 0; x < width; ++x) v4::Store(dst + 4 * x, _mm_mul_ps(v4::Load(src + 4 * x), factor));
 }
 
-// Each pixel times 2^(amount + its local stops), clamped to +-5 stops. powf per pixel keeps the
-// gain exact for whole stops, which retouchers rely on when stacking exposure layers.
+// Each pixel times 2^(amount + its local stops), clamped to +-5 stops. The gain is the C
+// runtime's powf per pixel, exact for whole stops, so a map of whole stops doubles and halves
+// exactly.
 void LocalExposureRow(float* row, const float* local, int32_t width, float amount) {
     for (int32_t x = 0; x < width; ++x) {
         const float factor = std::pow(2.0f, ClampStops(local[x] + amount));

@@ -118,13 +118,19 @@ void FloatToBytesRow(const float* src, uint8_t* dst, int32_t width) {
     }
 }
 
-void FloatToWordsRow(const float* src, uint16_t* dst, int32_t width) {
+inline void TwoPixelsToWords(const float* src, uint16_t* dst) {
     const __m128 scale = Set1(65535.0f);
-    for (int32_t i = 0; i < width; i += 2) {  // odd widths write one pixel past the region
-        const __m128i a = ToCode(Load(src + 4 * i), scale);
-        const __m128i b = ToCode(Load(src + 4 * i + 4), scale);
-        StoreI(dst + 4 * i, KeepLow16(a, b));
+    StoreI(dst, PackToWords(ToCode(Load(src), scale), ToCode(Load(src + 4), scale)));
+}
+
+void FloatToWordsRow(const float* src, uint16_t* dst, int32_t width) {
+    const int32_t pixels = (width + 1) & ~1;  // odd widths write one pixel past the region
+    int32_t i = 0;
+    for (; i + 4 <= pixels; i += 4) {  // two pairs a step for more work in flight
+        TwoPixelsToWords(src + 4 * i, dst + 4 * i);
+        TwoPixelsToWords(src + 4 * i + 8, dst + 4 * i + 8);
     }
+    if (i < pixels) TwoPixelsToWords(src + 4 * i, dst + 4 * i);
 }
 
 // ---- Rgb128F to Bgr24, sixteen pixels (48 bytes) a step -----------------------------------

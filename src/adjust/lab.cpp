@@ -26,10 +26,9 @@ inline __m128 Row3(__m128 a, __m128 b, __m128 c, float m0, float m1, float m2) {
     return _mm_add_ps(_mm_add_ps(Mul(a, m0), Mul(b, m1)), Mul(c, m2));
 }
 
-// f(t) of CIE lightness: the cube root above epsilon, the straight segment at and below it.
-// Both are computed; the cube root of a non-positive t is NaN or 0 and is never selected.
-inline __m128 LabF(__m128 t) {
-    const __m128 root = XMVectorPowFast(t, v4::Set1(0.33333334f));
+// f(t) of CIE lightness from t and its cube root: the root above epsilon, the straight segment
+// at and below it. The root of a non-positive t is NaN or 0 and is never selected.
+inline __m128 LabF(__m128 t, __m128 root) {
     const __m128 line = Mul(_mm_add_ps(Mul(t, kKappa), v4::Set1(16.0f)), kInv116);
     return v4::Select(line, root, _mm_cmpgt_ps(t, v4::Set1(kEpsilon)));
 }
@@ -43,18 +42,31 @@ inline __m128 LabFInverse(__m128 f) {
 
 inline __m128 Lightness(__m128 f) { return _mm_sub_ps(Mul(f, 116.0f), v4::Set1(16.0f)); }
 
+// The cube roots of a group of vectors, as e^(ln t x 0.33333334): all logarithms first, then all
+// exponentials, so the independent chains sit side by side for the out-of-order core instead
+// of each exponential waiting on the logarithm just before it.
+template <int N>
+inline void CubeRoots(const __m128 (&t)[N], __m128 (&root)[N]) {
+    __m128 ln[N];
+    for (int i = 0; i < N; ++i) ln[i] = XMVectorLogE(t[i]);
+    for (int i = 0; i < N; ++i) root[i] = XMVectorExpE(_mm_mul_ps(ln[i], v4::Set1(0.33333334f)));
+}
+
 void ToLabRow(float* row, int32_t width) {
     for (int32_t x = 0; x < width; x += 4) {
         float* block = row + 4 * x;
         __m128 r = v4::Load(block), g = v4::Load(block + 4), b = v4::Load(block + 8), w = v4::Load(block + 12);
         v4::Transpose4(r, g, b, w);
-        const __m128 fx = LabF(_mm_div_ps(Row3(r, g, b, 0.7976749f, 0.1351917f, 0.0313534f), v4::Set1(kWhiteX)));
-        const __m128 fy = LabF(Row3(r, g, b, 0.2880402f, 0.7118741f, 8.57e-05f));
-        const __m128 fz = LabF(_mm_div_ps(Mul(b, 0.82521f), v4::Set1(kWhiteZ)));
+        const __m128 t[4] = {_mm_div_ps(Row3(r, g, b, 0.7976749f, 0.1351917f, 0.0313534f), v4::Set1(kWhiteX)),
+                             Row3(r, g, b, 0.2880402f, 0.7118741f, 8.57e-05f),
+                             _mm_div_ps(Mul(b, 0.82521f), v4::Set1(kWhiteZ)), w};
+        __m128 root[4];
+        CubeRoots(t, root);
+        const __m128 fx = LabF(t[0], root[0]), fy = LabF(t[1], root[1]), fz = LabF(t[2], root[2]);
         v4::Store(block, Lightness(fy));
         v4::Store(block + 4, Mul(_mm_sub_ps(fx, fy), 500.0f));
         v4::Store(block + 8, Mul(_mm_sub_ps(fy, fz), 200.0f));
-        v4::Store(block + 12, Lightness(LabF(w)));
+        v4::Store(block + 12, Lightness(LabF(t[3], root[3])));
     }
 }
 

@@ -54,8 +54,11 @@ inline __m128 EncodeByPowf(__m128 v) {
     v = v4::Clamp01(v);
     alignas(16) float lane[4];
     _mm_store_ps(lane, v);
-    for (float& f : lane) f = std::pow(f, kEncodeExponent);
-    const __m128 power = _mm_sub_ps(_mm_mul_ps(v4::Set1(kEncodeScale), _mm_load_ps(lane)), v4::Set1(kEncodeOffset));
+    // The results are gathered in registers: storing four floats and reloading them as one
+    // vector would stall on store forwarding once per pixel.
+    const __m128 pow = _mm_setr_ps(std::pow(lane[0], kEncodeExponent), std::pow(lane[1], kEncodeExponent),
+                                   std::pow(lane[2], kEncodeExponent), std::pow(lane[3], kEncodeExponent));
+    const __m128 power = _mm_sub_ps(_mm_mul_ps(v4::Set1(kEncodeScale), pow), v4::Set1(kEncodeOffset));
     const __m128 linear = _mm_cmplt_ps(v, v4::Set1(kEncodeThreshold));
     return v4::Select(power, _mm_mul_ps(v, v4::Set1(kEncodeSlope)), linear);
 }

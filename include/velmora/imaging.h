@@ -73,6 +73,9 @@ VELMORA_API bool VELMORA_CALL VerifySSE4Support(void);
    Returns the rows filled (height), or 1 when height < 2. No checks. */
 VELMORA_API int32_t VELMORA_CALL ImageClear_Gray32F_SSE2_V2(float* data, int32_t step, const ImageSize* roi,
                                                             float value);
+/* Fills two process-wide float tables, log2(1 + i/255) (256 entries) and 2^((i - 256)/255)
+   (512 entries), afresh at every call. No kernel reads them; kept for hosts that call it. */
+VELMORA_API void VELMORA_CALL Exp2_Init(void);
 
 /* ---- Pixel: integer and float conversions -------------------------------- */
 /* Integer codes map linearly onto [0, 1] (times the float nearest 1/255 or 1/65535) and back
@@ -123,6 +126,34 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t*
 
 
 /* ---- Pixel: sRGB transfer ------------------------------------------------ */
+/* All in place on four-float pixels (Rgb128F or Rgba128F), transforming all four lanes, alpha
+   included (the fourth float is treated as a fourth colour value). One pixel is one vector: no
+   overrun. Encoding: v < 0.0031308 ? 12.92 v : 1.055 v^(1/2.4) - 0.055; decoding:
+   v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055)^2.4. No checks, no result. */
+/* Linear to sRGB by the fast vector power; no clamp: above 1 follows the power (2 -> 1.353),
+   negatives the linear segment, NaN stays NaN. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by the runtime's powf per lane, input clamped to [0, 1] first (NaN -> 0). */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_2(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by a 1024-step table built on the call's stack, interpolated linearly; input
+   clamped to [0, 1]. The table is spaced 1/1023 but indexed by v x 1023.9999, so the curve is met
+   at v x 1024/1023: 1 is reached from v = 1023/1024 on. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve(float* data, int32_t step, const ImageSize* roi);
+/* The same function as XMImageRGBToSRGB_Rgb128F_SSE2_Curve under a second name. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(float* data, int32_t step, const ImageSize* roi);
+/* sRGB to linear by the fast vector power; no clamp: above 1 follows the power, negatives the
+   linear segment, NaN stays NaN. */
+VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi);
+/* sRGB to linear by the interpolated table, as the encoding _Curve (clamped; met at v x 1024/1023). */
+VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2_Curve(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by the interpolated table on the rectangle of width x height pixels whose top
+   left pixel is (x, y): it starts at data + y x step bytes + x x 16 bytes, so a stretch of rows of
+   a plane is (x = 0, y = first row, width = plane width, height = row count). No checks. */
+VELMORA_API void VELMORA_CALL RGBToSRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                    int32_t height);
+/* sRGB to linear by the interpolated table on a rectangle, arguments as RGBToSRGB_Rgb128F_Lut. */
+VELMORA_API void VELMORA_CALL SRGBToRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                    int32_t height);
 
 
 /* ---- Pixel: channel swizzles --------------------------------------------- */

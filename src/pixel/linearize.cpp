@@ -112,12 +112,12 @@ private:
 
 // How a source's alpha becomes the output alpha.
 enum class Alpha {
-    Opaque,    // no alpha in the source: exactly 1.0
-    Scaled,    // code x the float nearest 1/255 (or 1/65535)
-    Divided,   // code / 255, correctly rounded (the second premultiplied generation)
+    Opaque,   // no alpha in the source: exactly 1.0
+    Scaled,   // code x the float nearest 1/255 (or 1/65535)
+    Divided,  // code / 255, correctly rounded (the second premultiplied generation)
 };
 
-// 8-bit sources: pixel size, byte offsets of R, G, B and alpha (-1: none), block of the export.
+// 8-bit sources: pixel size, byte offsets of R, G, B and alpha (-1: none), alpha rule.
 template <int kBytes, int kR, int kG, int kB, int kA, Alpha kAlpha>
 struct Bytes8 {
     using Lookup = ByteCurve;
@@ -219,9 +219,17 @@ struct ToRgba64 {
     template <int kCount>
     static void Store(uint8_t* out, Quad q) {
         v4::Transpose4(q.r, q.g, q.b, q.a);
+        v4::StoreI(out, Pack(q.r, q.g));
+        if constexpr (kCount == 4) v4::StoreI(out + 16, Pack(q.b, q.a));
+    }
+    // Codes 0..65535 shifted down by 32768 fit the signed pack exactly; the shift is undone by
+    // flipping the top bit of each word.
+    static __m128i Pack(__m128 a, __m128 b) {
         const __m128 scale = _mm_set1_ps(65535.f);
-        v4::StoreI(out, v4::KeepLow16(v4::ToCode(q.r, scale), v4::ToCode(q.g, scale)));
-        if constexpr (kCount == 4) v4::StoreI(out + 16, v4::KeepLow16(v4::ToCode(q.b, scale), v4::ToCode(q.a, scale)));
+        const __m128i bias = _mm_set1_epi32(32768);
+        const __m128i packed =
+            _mm_packs_epi32(_mm_sub_epi32(v4::ToCode(a, scale), bias), _mm_sub_epi32(v4::ToCode(b, scale), bias));
+        return _mm_xor_si128(packed, _mm_set1_epi16(-32768));
     }
 };
 
@@ -246,7 +254,8 @@ void LoadRow(const uint8_t* in, uint8_t* out, int32_t width, const typename Src:
     for (; x + 4 <= touched; x += 4)
         LoadStep<Src, Dst, kPremultiply, 4>(in + x * Src::kPixelBytes, out + x * Dst::kBytes, lookup, m);
     if constexpr (Src::kBlock == 2)
-        if (x < touched) LoadStep<Src, Dst, kPremultiply, 2>(in + x * Src::kPixelBytes, out + x * Dst::kBytes, lookup, m);
+        if (x < touched)
+            LoadStep<Src, Dst, kPremultiply, 2>(in + x * Src::kPixelBytes, out + x * Dst::kBytes, lookup, m);
 }
 
 // The shared body of every ImageToLinearRGB_* export. A table of fewer than two entries has no
@@ -274,10 +283,13 @@ StatusCode Load(const void* src, int32_t src_step, void* dst, int32_t dst_step, 
 // In-place 16-bit linearization. Table pass: R, G, B of every pixel replaced by table16[code],
 // alpha left alone; rows are independent, so they are shared among the OpenMP team.
 void TableRow(uint16_t* px, int32_t width, const uint16_t* table16) {
+    // A pixel is read and written as one 64-bit word, so the lookups never wait on the stores.
     for (int32_t x = 0; x < width; ++x, px += 4) {
-        px[0] = table16[px[0]];
-        px[1] = table16[px[1]];
-        px[2] = table16[px[2]];
+        uint64_t v;
+        std::memcpy(&v, px, 8);
+        const uint64_t r = table16[v & 0xFFFF], g = table16[(v >> 16) & 0xFFFF], b = table16[(v >> 32) & 0xFFFF];
+        v = (v & 0xFFFF000000000000u) | r | g << 16 | b << 32;
+        std::memcpy(px, &v, 8);
     }
 }
 
@@ -289,16 +301,19 @@ void MatrixRow(uint16_t* px, int32_t width, const __m128 rows[3]) {
     const __m128i alpha_words = _mm_setr_epi16(0, 0, 0, -1, 0, 0, 0, -1);
     auto pixel = [&](__m128i codes) {
         const __m128 c = _mm_cvtepi32_ps(codes);
-        const __m128 v = _mm_add_ps(_mm_add_ps(_mm_mul_ps(rows[0], v4::Broadcast<0>(c)), _mm_mul_ps(rows[1], v4::Broadcast<1>(c))),
-                                    _mm_mul_ps(rows[2], v4::Broadcast<2>(c)));
+        const __m128 v =
+            _mm_add_ps(_mm_add_ps(_mm_mul_ps(rows[0], v4::Broadcast<0>(c)), _mm_mul_ps(rows[1], v4::Broadcast<1>(c))),
+                       _mm_mul_ps(rows[2], v4::Broadcast<2>(c)));
         return v4::RoundToInt(v);
     };
     for (int32_t x = 0; x + kPixels <= width; x += kPixels, px += 4 * kPixels) {
         const __m128i in = kPixels == 2 ? v4::LoadI(px) : v4::Load64(px);
         const __m128i out = _mm_packs_epi32(pixel(v4::WidenLo16(in)), pixel(v4::WidenHi16(in)));
         const __m128i merged = _mm_or_si128(_mm_andnot_si128(alpha_words, out), _mm_and_si128(alpha_words, in));
-        if constexpr (kPixels == 2) v4::StoreI(px, merged);
-        else v4::Store64(px, merged);
+        if constexpr (kPixels == 2)
+            v4::StoreI(px, merged);
+        else
+            v4::Store64(px, merged);
     }
 }
 
@@ -307,7 +322,7 @@ void MatrixRow(uint16_t* px, int32_t width, const __m128 rows[3]) {
 
 using namespace velmora::pixel;
 
-#define VELMORA_LINEARIZE_ARGS                                                                               \
+#define VELMORA_LINEARIZE_ARGS                                                                                 \
     const void *src, int32_t src_step, void *dst, int32_t dst_step, const ImageSize *size, const float *table, \
         int32_t n, const float *matrix
 #define VELMORA_LINEARIZE_PASS src, src_step, dst, dst_step, size, table, n, matrix
@@ -375,8 +390,10 @@ VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, 
                             _mm_setr_ps(matrix[6], matrix[7], matrix[8], 0.f)};
     for (int32_t y = 0; y < height; ++y) {
         uint16_t* row = velmora::frame::Row(image, step, y);
-        if (width % 2 == 0) MatrixRow<2>(row, width, rows);
-        else MatrixRow<1>(row, width, rows);
+        if (width % 2 == 0)
+            MatrixRow<2>(row, width, rows);
+        else
+            MatrixRow<1>(row, width, rows);
     }
     return StatusOk;
 }

@@ -1,5 +1,7 @@
 // Linearizing loaders against the scalar reference: every source format, identity and mixing
 // matrices, tables on guard pages, block overruns, the n < 2 guard path and the in-place member.
+#include "reference/linearize.h"
+
 #include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -10,7 +12,6 @@
 #include <random>
 #include <vector>
 
-#include "reference/linearize.h"
 #include "support/compare.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
@@ -122,7 +123,8 @@ TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
         const int n = table_sizes[index % std::size(table_sizes)];
         SCOPED_TRACE(testing::Message() << "n " << n);
         const GuardedArray<float> table(RandomTable(n, rng));
-        const GuardedArray<float> matrix(std::vector<float>(index % 2 ? kMixing : kIdentity, (index % 2 ? kMixing : kIdentity) + 9));
+        const GuardedArray<float> matrix(
+            std::vector<float>(index % 2 ? kMixing : kIdentity, (index % 2 ? kMixing : kIdentity) + 9));
         ++index;
         const int64_t src_row = vt::RowBytes(s.width, c.block, c.layout.pixel_bytes);
         const int64_t dst_row = vt::RowBytes(s.width, c.block, DstPixelBytes(c));
@@ -146,8 +148,10 @@ TEST_P(LinearizingLoader, EveryTableSizeStaysInsideTheTable) {
     const int elements = width * c.layout.pixel_bytes / SrcElementBytes(c);
     for (int i = 0; i < elements; ++i) {
         const int code = codes[i % std::size(codes)];
-        if (c.layout.sixteen) src.As<uint16_t>()[i] = static_cast<uint16_t>(code);
-        else src.As<uint8_t>()[i] = static_cast<uint8_t>(code);
+        if (c.layout.sixteen)
+            src.As<uint16_t>()[i] = static_cast<uint16_t>(code);
+        else
+            src.As<uint8_t>()[i] = static_cast<uint8_t>(code);
     }
     std::mt19937 rng(4);
     for (int n = 2; n <= 4096; ++n) {
@@ -188,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, LinearizingLoader, ::testing::ValuesIn(kCas
 // Runs a loader on one packed row of `width` pixels (already a block multiple).
 template <class Out>
 std::vector<Out> LoadPacked(Loader call, const std::vector<uint8_t>& src, int width, int dst_pixel_bytes,
-                     const std::vector<float>& table, const float* matrix) {
+                            const std::vector<float>& table, const float* matrix) {
     std::vector<Out> out(size_t(width) * dst_pixel_bytes / sizeof(Out));
     const ImageSize roi{width, 1};
     call(src.data(), static_cast<int32_t>(src.size()), out.data(), width * dst_pixel_bytes, &roi, table.data(),
@@ -209,7 +213,7 @@ TEST(LinearizingProperties, TopCodeNeverReachesTheLastEntry) {
         SCOPED_TRACE(testing::Message() << "n " << n);
         const auto table = Ramp(n);
         const auto f8 = LoadPacked<float>(ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4, std::vector<uint8_t>(12, 255), 4, 16,
-                                   table, kIdentity);
+                                          table, kIdentity);
         const std::vector<uint16_t> top16(12, 65535);
         std::vector<uint8_t> src16(24);
         std::memcpy(src16.data(), top16.data(), 24);

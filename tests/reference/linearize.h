@@ -69,7 +69,8 @@ inline Rgba LoadPixel(const uint8_t* px, const Layout& f, const float* table, in
     const float g = f.g == f.r ? r : Transfer(table, n, Element(px, f.g, f.sixteen), f.sixteen);
     const float b = f.b == f.r ? r : Transfer(table, n, Element(px, f.b, f.sixteen), f.sixteen);
     float a = 1.f;
-    if (f.alpha == AlphaRule::Scaled) a = static_cast<float>(Element(px, f.a, f.sixteen)) * (f.sixteen ? kInv65535 : kInv255);
+    if (f.alpha == AlphaRule::Scaled)
+        a = static_cast<float>(Element(px, f.a, f.sixteen)) * (f.sixteen ? kInv65535 : kInv255);
     if (f.alpha == AlphaRule::Divided) a = static_cast<float>(Element(px, f.a, f.sixteen)) / 255.f;
     Rgba v = Multiply(m, r, g, b, a);
     if (f.premultiply) v = {v.r * a, v.g * a, v.b * a, a};

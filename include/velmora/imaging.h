@@ -75,6 +75,48 @@ VELMORA_API int32_t VELMORA_CALL ImageClear_Gray32F_SSE2_V2(float* data, int32_t
                                                             float value);
 
 /* ---- Pixel: integer and float conversions -------------------------------- */
+/* Integer codes map linearly onto [0, 1] (times the float nearest 1/255 or 1/65535) and back
+   (clamp to [0, 1] with NaN to 0, times 255 or 65535, round half to even). No source is changed. */
+
+/* Bgr24 -> Bgr32: copies B, G, R and writes 255 as the fourth byte. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgr24_Bgr32_SSE2(const uint8_t* src, int32_t srcStep, uint8_t* dst,
+                                                                  int32_t dstStep, const ImageSize* roi);
+/* Bgra32 -> Prgba128F: R, G, B times A (all scaled by 1/255), A kept. Overrun: odd widths one pixel. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgra32_Prgba128F(const uint8_t* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, const ImageSize* roi);
+/* Bgra32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel. */
+VELMORA_API void VELMORA_CALL ImageConvert_Bgra32_Rgba128F(const uint8_t* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi);
+/* Gray8 -> Bgr32, the gray byte in all four bytes. Validating. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Bgr32_SSE2(const uint8_t* src, int32_t srcStep, uint8_t* dst,
+                                                                  int32_t dstStep, const ImageSize* roi);
+/* Gray8 -> Bgra32, gray in B, G, R and the byte value 1 (not 255) in A. Validating. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Bgra32_SSE2(const uint8_t* src, int32_t srcStep, uint8_t* dst,
+                                                                   int32_t dstStep, const ImageSize* roi);
+/* Gray8 -> Rgb128F, gray/255 in all four floats. Validating. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Rgb128F_SSE2(const uint8_t* src, int32_t srcStep, float* dst,
+                                                                    int32_t dstStep, const ImageSize* roi);
+/* Gray8 -> Rgba128F, gray/255 in R, G, B and 1.0 in A. Validating. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Rgba128F_SSE2(const uint8_t* src, int32_t srcStep, float* dst,
+                                                                     int32_t dstStep, const ImageSize* roi);
+/* Rgb128F -> Bgr24, the fourth float dropped. Validating. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgb128F_Bgr24_SSE2(const float* src, int32_t srcStep, uint8_t* dst,
+                                                                    int32_t dstStep, const ImageSize* roi);
+/* Rgba128F -> Bgra32. Any alignment. Overrun: widths round up to a multiple of 4 pixels. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Bgra32(const float* src, int32_t srcStep, uint8_t* dst,
+                                                                 int32_t dstStep, const ImageSize* roi);
+/* Rgba128F -> Rgba32. Overrun: widths round up to a multiple of 4 pixels. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Rgba32(const float* src, int32_t srcStep, uint8_t* dst,
+                                                                 int32_t dstStep, const ImageSize* roi);
+/* Rgba128F -> Rgba64. Overrun: odd widths one pixel. */
+VELMORA_API void VELMORA_CALL ImageConvert_Rgba128F_Rgba64(const float* src, int32_t srcStep, uint16_t* dst,
+                                                           int32_t dstStep, const ImageSize* roi);
+/* Rgba32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel. */
+VELMORA_API void VELMORA_CALL ImageConvert_Rgba32_Rgba128F(const uint8_t* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi);
+/* Rgba64 -> Rgba128F, all four scaled by 1/65535. Any alignment. Exactly the region. */
+VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t* src, int32_t srcStep, float* dst,
+                                                                 int32_t dstStep, const ImageSize* roi);
 
 
 /* ---- Pixel: linearizing loaders ----------------------------------------- */

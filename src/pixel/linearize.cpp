@@ -222,14 +222,9 @@ struct ToRgba64 {
         v4::StoreI(out, Pack(q.r, q.g));
         if constexpr (kCount == 4) v4::StoreI(out + 16, Pack(q.b, q.a));
     }
-    // Codes 0..65535 shifted down by 32768 fit the signed pack exactly; the shift is undone by
-    // flipping the top bit of each word.
     static __m128i Pack(__m128 a, __m128 b) {
         const __m128 scale = _mm_set1_ps(65535.f);
-        const __m128i bias = _mm_set1_epi32(32768);
-        const __m128i packed =
-            _mm_packs_epi32(_mm_sub_epi32(v4::ToCode(a, scale), bias), _mm_sub_epi32(v4::ToCode(b, scale), bias));
-        return _mm_xor_si128(packed, _mm_set1_epi16(-32768));
+        return v4::PackToWords(v4::ToCode(a, scale), v4::ToCode(b, scale));
     }
 };
 

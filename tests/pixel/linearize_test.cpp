@@ -1,17 +1,14 @@
 // Linearizing loaders against the scalar reference: every source format, identity and mixing
 // matrices, tables on guard pages, block overruns, the n < 2 guard path and the in-place member.
-#include "reference/linearize.h"
-
 #include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <random>
 #include <vector>
 
+#include "reference/linearize.h"
 #include "support/compare.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"

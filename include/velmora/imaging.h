@@ -216,18 +216,179 @@ VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, 
 
 
 /* ---- Pixel: channel swizzles --------------------------------------------- */
-
+/* Destination channel c of each pixel takes source channel order[c]; the region is the width x height
+   pixels at (x, y) of both planes. Entries must be 0..channels-1 of the source: other entries are not
+   guarded and give unspecified channels (never reads outside the pixel). C3C4: entries of 3 or more write
+   `fill` (8u and 16u use its low 8 or 16 bits). In place (IR): each pixel is read whole before it is
+   written, so repeated entries act as if from a copy. No overrun; nothing is checked; returns StatusOk,
+   and the order is not read when width or height is below 1. */
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C3R(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C4R(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C3C4R(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order, uint32_t fill);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C4C3R(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C3IR(uint8_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C4IR(uint8_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C3R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C4R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C3C4R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order, uint32_t fill);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C4C3R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C3IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_16u_C4IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C3R(const float* src, int32_t src_step, float* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C4R(const float* src, int32_t src_step, float* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C3C4R(const float* src, int32_t src_step, float* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order, float fill);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C4C3R(const float* src, int32_t src_step, float* dst, int32_t dst_step,
+                                                 int32_t x, int32_t y, int32_t width, int32_t height,
+                                                 const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C3IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
+VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C4IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                 int32_t height, const int32_t* order);
 
 /* ---- Adjust: develop pass ------------------------------------------------ */
 
 
 /* ---- Adjust: exposure, brightness, saturation, levels --------------------- */
 
+/* Exposure record, passed by value (five 32-bit words, 20 bytes on the 32-bit stack): amount in
+   stops; an optional plane of extra stops, one float per pixel, rows localStep bytes apart. */
+typedef struct ExposureParameter {
+    float amount;
+    const float* localMap;
+    int32_t localStep;
+    int32_t reserved[2]; /* accepted and not read */
+} ExposureParameter;
+
+/* General failure (0x80004005): only ImageAdjustExposureSelective_Rgba128F_SSE2 returns it. */
+#define StatusFailure ((StatusCode)0x80004005u)
+
+/* dst = src x 2^exposure on all four lanes (exp2f once per call), plain scalar loop. No checks; src may be dst. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi, float exposure);
+/* As ImageAdjustExposure_Rgba128F, one pixel per vector; bit-identical results. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                int32_t dstStep, const ImageSize* roi,
+                                                                float exposure);
+/* In place: every lane x powf(2, amount), or with a local map x powf(2, clamp(amount + local, -5, 5)) per
+   pixel. reserved, reserved1 and reserved2 are accepted and not read (their meaning is not settled). No checks. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposureEtc_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                   int32_t height, ExposureParameter exposure,
+                                                                   ExposureParameter reserved, float reserved1,
+                                                                   float reserved2);
+/* In place, by tone band. t = sRGB-encoded ProPhoto luminance of the pixel (clamped to [0, 1]) indexes
+   1025-entry band tables (step 1/1024, linear interpolation): blacks e^(-50t^2), shadows
+   e^(-4.5t^2) - e^(-50t^2), midtones e^(-28.125(t-0.5)^2), highlights e^(-4.5(1-t)^2) - e^(-50(1-t)^2),
+   whites e^(-50(1-t)^2). Every lane x 2^clamp(amount + local + sum(band amount x weight), -5, 5): exactly 1
+   when everything is 0. StatusFailure (nothing touched) unless step is a multiple of 64; else StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL ImageAdjustExposureSelective_Rgba128F_SSE2(
+    float* image, int32_t step, const ImageSize* roi, ExposureParameter exposure, float blacks, float shadows,
+    float midtones, float highlights, float whites);
+/* Lightness power curve with Rec.709 luminance: L = CIE lightness / 100 of Y, L' = L x L whatever the amount
+   (the amount is not applied; the linear branch uses Y x 0.9032963), all lanes x (Y' + eps) / (Y + eps). */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                             int32_t dstStep, const ImageSize* roi, float amount);
+/* Lightness power curve: L' = L^(2^amount) by the library's own polynomial log2 and 2^x, all lanes x
+   (Y' + eps) / (Y + eps). Four pixels per iteration; the last partial group touches only real pixels. */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, const ImageSize* roi,
+                                                                  float amount);
+/* In place, every lane c = Y + (c - Y) x f, f = 1 + saturation + HSV saturation x vibrance (+ local), Y the
+   ProPhoto luminance; no clamp. |saturation|, |vibrance| < 1e-6 count as 0; all off and no map: untouched. */
+VELMORA_API void VELMORA_CALL ImageAdjustSaturation_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                  int32_t height, float saturation,
+                                                                  float vibrance, const float* localMap,
+                                                                  int32_t localStep);
+/* In place, every lane x = clamp((x - black) / (white - black), 0, 1); NaN becomes 0; white == black is not
+   guarded. */
+VELMORA_API void VELMORA_CALL ImageLevels_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                        float black, float white);
+
 
 /* ---- Adjust: curves ------------------------------------------------------- */
-
+/* Each sample of the width x height region at (x, y) (x in pixels) maps through a float table T with
+   linear interpolation: position p, k = trunc(p), T[k] + (T[k+1] - T[k]) * (p - k). Rows top to bottom;
+   nothing is checked; no overrun; a height below 1 returns at once. All return StatusOk. IR forms pass
+   the one plane as source and destination. */
+/* 16u: n = the table's interval count; p = code * (n * 1/65535 in float), so code 65535 reads T[n+1]:
+   the table holds n + 2 entries, the last repeating T[n]. Output clamp(v, 0, 1) * 65535 + 0.5,
+   truncated (round half up; NaN gives 0). C3/C4 send every channel through the curve (C4: alpha too);
+   AC4 maps the three colour samples and never writes the destination's alpha. */
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C1R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C1IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C3R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C3IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C4R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_C4IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_AC4R(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, int32_t n);
+VELMORA_API StatusCode VELMORA_CALL Curve_16u_AC4IR(uint16_t* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, int32_t n);
+/* 32f: p = clamp(x, 0, 1) * scale (NaN input counts as 0); the table holds trunc(scale) + 2 entries
+   (one past the last interval is read at x = 1). The result is stored unclamped. C3/C4: every channel,
+   alpha included, through the same curve. */
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C1R(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C1IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C3R(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C3IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C4R(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve_32f_C4IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, float scale);
+/* One curve per channel of four-channel float pixels, as the float kernel does it: the table is
+   trunc(scale) + 2 records of four floats, record i holding the R, G, B, A curves' values at position i
+   (channel c reads column c). An identity alpha curve keeps alpha up to interpolation rounding. */
+VELMORA_API StatusCode VELMORA_CALL Curve4_32f_C4R(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t x,
+                                             int32_t y, int32_t width, int32_t height, const float* table, float scale);
+VELMORA_API StatusCode VELMORA_CALL Curve4_32f_C4IR(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                             int32_t height, const float* table, float scale);
 
 /* ---- Adjust: Lab conversions ---------------------------------------------- */
+
+/* Blocked Lab128F: per four pixels of a row, 16 floats: L* x4, a* x4, b* x4, then 116 f(lane 4) - 16 x4. */
+/* In place, linear ProPhoto RGB (D50) to Lab128F (D50 white 0.96422, 1, 0.82521). Rows go in whole blocks
+   of four pixels: overrun up to three pixels past the width, read and rewritten. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
+/* In place, Lab128F to linear ProPhoto RGB with lane 4 = 0; Y takes the linear branch only for L* <= 0.008856452
+   (deliberately L*, not kappa x eps). Whole blocks of four pixels: overrun up to three pixels. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
 
 
 /* ---- Filter ---------------------------------------------------------------- */

@@ -124,6 +124,96 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t*
 
 /* ---- Pixel: linearizing loaders ----------------------------------------- */
 
+/* Shared by the ImageToLinearRGB_* loaders (always return StatusOk, check nothing): each colour
+   code c goes through table (n floats) at position p = c x (n - 1.0001) / 255 (8-bit codes) or
+   / 65535 (16-bit codes), single precision, interpolated linearly between T[floor p] and the next
+   entry; where single precision rounds the top code's p up to n - 1 (most n >= 1022 for 8-bit,
+   n >= 2050 for 16-bit codes), p is capped just below n - 1, so the table is never read past
+   T[n-1]. (r, g, b) then times matrix as a row vector: R' = m0 r + m3 g + m6 b, G' = m1 r + m4 g
+   + m7 b, B' = m2 r + m5 g + m8 b. Float destinations are not clamped; Rgba64 destinations clamp
+   to [0, 1], scale by 65535 and round half to even. Overrun: source and destination rows are
+   read and written up to the next multiple of the _X2/_X4/_X16 block. n < 2: the region (exactly
+   width pixels) is zero-filled and neither source, table nor matrix is read. */
+/* Bgr24 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Rgb24 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Bgr32 to linear Rgba128F: the Bgra32 loader itself, so the fourth byte becomes alpha (byte / 255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr32_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Bgra32 to linear Rgba128F, alpha A x (float nearest 1/255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                            int32_t dstStep, const ImageSize* size,
+                                                                            const float* table, int32_t n,
+                                                                            const float* matrix);
+/* Straight Bgra32 to Prgba128F: alpha A x (float nearest 1/255); the linear colour is multiplied by it after the matrix. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                             void* dst, int32_t dstStep,
+                                                                             const ImageSize* size, const float* table,
+                                                                             int32_t n, const float* matrix);
+/* Pbgra32 to Prgba128F: premultiplied codes linearized as they stand; alpha A x (float nearest 1/255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                              void* dst, int32_t dstStep,
+                                                                              const ImageSize* size,
+                                                                              const float* table, int32_t n,
+                                                                              const float* matrix);
+/* Second generation of the above: identical colour; alpha the correctly rounded A / 255 (1 ulp apart for 126 codes). */
+VELMORA_API StatusCode VELMORA_CALL _ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                               void* dst, int32_t dstStep,
+                                                                               const ImageSize* size,
+                                                                               const float* table, int32_t n,
+                                                                               const float* matrix);
+/* Gray8 to linear Rgba128F, alpha 1.0: v looked up once, the matrix applied to (v, v, v) (equals Bgr24 on grey). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Gray8_Rgba128F_SSE2_X16(const void* src, int32_t srcStep,
+                                                                            void* dst, int32_t dstStep,
+                                                                            const ImageSize* size, const float* table,
+                                                                            int32_t n, const float* matrix);
+/* Bgr24 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr24_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgb24 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb24_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgb48 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Rgb48 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb48_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgba64 to linear Rgba128F, alpha A x (float nearest 1/65535). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgba64_Rgba128F_SSE2_X2(const void* src, int32_t srcStep, void* dst,
+                                                                            int32_t dstStep, const ImageSize* size,
+                                                                            const float* table, int32_t n,
+                                                                            const float* matrix);
+/* Rgba64 to linear Rgba64: alpha takes the float path (A / 65535, clamp, x 65535, round), which returns every A unchanged. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgba64_SSE2_X2(const void* src, int32_t srcStep, void* dst,
+                                                                   int32_t dstStep, const ImageSize* size,
+                                                                   const float* table, int32_t n,
+                                                                   const float* matrix);
+/* In-place Rgba64: if table16 (65536 entries) is not null, R, G, B = table16[code] on an OpenMP team (static rows,
+   OMP_NUM_THREADS honoured); then the matrix as above, rounded half to even with signed 16-bit saturation (above
+   32767 stores 32767, below -32768 stores 0x8000); alpha keeps its 16 bits. Even widths 2 pixels a step, odd widths
+   1; no overrun. Returns StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, int32_t step, int32_t width,
+                                                               int32_t height, const uint16_t* table16,
+                                                               const float* matrix);
+
 
 /* ---- Pixel: sRGB transfer ------------------------------------------------ */
 /* All in place on four-float pixels (Rgb128F or Rgba128F), transforming all four lanes, alpha

@@ -208,7 +208,7 @@ VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgba64_SSE2_X2(const void* 
                                                                    const float* matrix);
 /* In-place Rgba64: if table16 (65536 entries) is not null, R, G, B = table16[code] on an OpenMP team (static rows,
    OMP_NUM_THREADS honoured); then the matrix as above, rounded half to even with signed 16-bit saturation (above
-   32767 stores 32767, below -32768 stores 0x8000); alpha keeps its 16 bits. Even widths 2 pixels a step, odd widths
+   32767 stores 32767, every negative result stores 0x8000); alpha keeps its 16 bits. Even widths 2 pixels a step, odd widths
    1; no overrun. Returns StatusOk. */
 VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, int32_t step, int32_t width,
                                                                int32_t height, const uint16_t* table16,

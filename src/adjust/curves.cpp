@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "adjust/curves_avx2.h"
+#include "adjust/curves_pairs.h"
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/vec4.h"
 
@@ -24,11 +27,8 @@ constexpr float kInv65535 = 1.5259022e-05f;
 inline __m128 Interpolate(__m128 p, const float* table) {
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
-    alignas(16) int32_t at[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(at), k);
-    using Pair = const __m64*;
-    const __m128 pairs01 = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + at[0])), Pair(table + at[1]));
-    const __m128 pairs23 = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + at[2])), Pair(table + at[3]));
+    const __m128 pairs01 = TwoPairs(table, k);
+    const __m128 pairs23 = TwoPairs(table, _mm_shuffle_epi32(k, _MM_SHUFFLE(3, 2, 3, 2)));
     const __m128 lower = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(2, 0, 2, 0));
     const __m128 upper = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));
@@ -86,14 +86,19 @@ template <bool KeepAlpha>
 StatusCode Curve16(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x, int32_t y,
                    int32_t width, int32_t height, const float* table, int32_t n) {
     if (height < 1) return StatusOk;
-    const __m128 scale = v4::Set1(static_cast<float>(n) * kInv65535);
+    const float factor = static_cast<float>(n) * kInv65535;
+    const __m128 scale = v4::Set1(factor);
+    const bool avx2 = cpu::Has(cpu::Level::Avx2);
     src = frame::Row(src, src_step, y) + x;
     dst = frame::Row(dst, dst_step, y) + x;
     for (int32_t row = 0; row < height; ++row) {
         const uint16_t* s = frame::Row(src, src_step, row);
         uint16_t* d = frame::Row(dst, dst_step, row);
-        if (Aligned16(s, d)) Curve16Row<true, KeepAlpha>(s, d, width, table, scale);
-        else Curve16Row<false, KeepAlpha>(s, d, width, table, scale);
+        int32_t done = 0;
+        if (avx2)
+            done = KeepAlpha ? Curve16AlphaRowAvx2(s, d, width, table, factor) : Curve16RowAvx2(s, d, width, table, factor);
+        if (Aligned16(s + done, d + done)) Curve16Row<true, KeepAlpha>(s + done, d + done, width - done, table, scale);
+        else Curve16Row<false, KeepAlpha>(s + done, d + done, width - done, table, scale);
     }
     return StatusOk;
 }
@@ -126,14 +131,19 @@ StatusCode Curve32(const float* src, int32_t src_step, float* dst, int32_t dst_s
     using RowFn = void (*)(const float*, float*, int32_t, const float*, __m128);
     constexpr RowFn kRows[4] = {Curve32Row<false, false>, Curve32Row<false, true>, Curve32Row<true, false>,
                                 Curve32Row<true, true>};
+    const bool avx2 = cpu::Has(cpu::Level::Avx2);
     src = frame::Row(src, src_step, y) + x;
     dst = frame::Row(dst, dst_step, y) + x;
     for (int32_t row = 0; row < height; ++row) {
         const float* r = frame::Row(src, src_step, row);
         float* w = frame::Row(dst, dst_step, row);
+        int32_t done = 0;
+        if (avx2) done = Curve32RowAvx2(r, w, width, table, scale);
+        r += done;
+        w += done;
         const int src_aligned = (reinterpret_cast<uintptr_t>(r) & 15u) == 0;
         const int dst_aligned = (reinterpret_cast<uintptr_t>(w) & 15u) == 0;
-        kRows[src_aligned * 2 + dst_aligned](r, w, width, table, s);
+        kRows[src_aligned * 2 + dst_aligned](r, w, width - done, table, s);
     }
     return StatusOk;
 }
@@ -148,6 +158,9 @@ inline __m128 Diagonal(__m128 r0, __m128 r1, __m128 r2, __m128 r3) {
     const __m128 last_two = _mm_shuffle_ps(r2, r3, _MM_SHUFFLE(3, 2, 3, 2));  // r2.z . . r3.w
     return _mm_shuffle_ps(first_two, last_two, _MM_SHUFFLE(3, 0, 1, 0));
 }
+
+// Record positions whose entry offsets 4k + 3 still fit in 32 bits.
+constexpr float kGatherReach = 536870912.f;
 
 inline __m128 MapPixel(__m128 v, const float* table, __m128 scale) {
     const __m128 p = _mm_mul_ps(v4::Clamp01(v), scale);
@@ -168,12 +181,16 @@ StatusCode Curve4(const float* src, int32_t src_step, float* dst, int32_t dst_st
                   int32_t width, int32_t height, const float* table, float scale) {
     if (height < 1) return StatusOk;
     const __m128 s = v4::Set1(scale);
+    // The gathers index entries with 32-bit offsets (4k + channel): positions that far out, or
+    // a NaN scale, stay on the SSE2 body, which forms its addresses in pointer width.
+    const bool avx2 = cpu::Has(cpu::Level::Avx2) && scale > -kGatherReach && scale < kGatherReach;
     src = frame::Row(src, src_step, y) + 4 * ptrdiff_t{x};
     dst = frame::Row(dst, dst_step, y) + 4 * ptrdiff_t{x};
     for (int32_t row = 0; row < height; ++row) {
         const float* r = frame::Row(src, src_step, row);
         float* w = frame::Row(dst, dst_step, row);
-        for (int32_t i = 0; i < width; ++i) v4::Store(w + 4 * i, MapPixel(v4::Load(r + 4 * i), table, s));
+        const int32_t done = avx2 ? Curve4RowAvx2(r, w, width, table, scale) : 0;
+        for (int32_t i = done; i < width; ++i) v4::Store(w + 4 * i, MapPixel(v4::Load(r + 4 * i), table, s));
     }
     return StatusOk;
 }

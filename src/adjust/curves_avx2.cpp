@@ -80,19 +80,30 @@ int32_t Curve32RowAvx2(const float* src, float* dst, int32_t count, const float*
     return i;
 }
 
-// Two pixels a step: lane c of a pixel reads column c of its records, so the element index is
-// 4k + c and the upper neighbour sits one record (four entries) further.
+// Two pixels a step. Lane c of a pixel reads column c of record k and of the record after it:
+// one 32-byte load per channel fetches both records, and blending the four loads' diagonals
+// gives the pixel's lower entries in the low half and its upper entries in the high half.
 int32_t Curve4RowAvx2(const float* src, float* dst, int32_t pixels, const float* table, float scale) {
     const __m256 s = _mm256_set1_ps(scale);
-    const __m256i column = _mm256_setr_epi32(0, 1, 2, 3, 0, 1, 2, 3);
+    // Both records of each channel; `at` holds the pixel's four entry offsets 4k.
+    const auto neighbours = [table](__m128i at) {
+        const long long q01 = _mm_cvtsi128_si64(at);
+        const long long q23 = _mm_cvtsi128_si64(_mm_shuffle_epi32(at, _MM_SHUFFLE(3, 2, 3, 2)));
+        const __m256 r = _mm256_blend_ps(_mm256_loadu_ps(table + int32_t(q01)), _mm256_loadu_ps(table + (q01 >> 32)), 0x22);
+        const __m256 b = _mm256_blend_ps(_mm256_loadu_ps(table + int32_t(q23)), _mm256_loadu_ps(table + (q23 >> 32)), 0x88);
+        return _mm256_blend_ps(r, b, 0xCC);
+    };
     int32_t i = 0;
     for (; i + 2 <= pixels; i += 2) {
         const __m256 p = _mm256_mul_ps(Clamp01(_mm256_loadu_ps(src + 4 * ptrdiff_t{i})), s);
         const __m256i k = _mm256_cvttps_epi32(p);
         const __m256 frac = _mm256_sub_ps(p, _mm256_cvtepi32_ps(k));
-        const __m256i at = _mm256_add_epi32(_mm256_slli_epi32(k, 2), column);
-        const __m256 lower = _mm256_i32gather_ps(table, at, 4);
-        const __m256 upper = _mm256_i32gather_ps(table + 4, at, 4);
+        // Entry offsets 4k: the caller keeps them inside 32 bits.
+        const __m256i at = _mm256_slli_epi32(k, 2);
+        const __m256 first = neighbours(_mm256_castsi256_si128(at));
+        const __m256 second = neighbours(_mm256_extracti128_si256(at, 1));
+        const __m256 lower = _mm256_permute2f128_ps(first, second, 0x20);
+        const __m256 upper = _mm256_permute2f128_ps(first, second, 0x31);
         _mm256_storeu_ps(dst + 4 * ptrdiff_t{i}, _mm256_add_ps(lower, _mm256_mul_ps(_mm256_sub_ps(upper, lower), frac)));
     }
     return i;

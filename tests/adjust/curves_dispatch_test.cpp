@@ -1,0 +1,68 @@
+// Every curve export at each instruction-set level this processor offers against the SSE2
+// level: on the same guarded planes and guarded tables, the whole destination mapping (region,
+// row gaps, slack) must come out byte for byte the same, and no level may touch a byte of the
+// table past the documented entries (or before the first) without crashing the test.
+#include <string>
+#include <vector>
+
+#include "core/cpu.h"
+#include "curves_kernels.h"
+#include "support/shapes.h"
+
+namespace {
+
+using namespace curves_test;
+using velmora::cpu::Level;
+
+// One call at one level on freshly filled planes; returns the destination mapping afterwards.
+template <class T>
+std::vector<uint8_t> RunAt(Level level, const Kernel& k, const vt::Shape& s, int x0, int y0, const GuardedTable& table,
+                           double param) {
+    const int w = s.width > 0 ? s.width : 0, h = s.height > 0 ? s.height : 0;
+    const int64_t row = int64_t(x0 + w) * k.channels * int64_t(sizeof(T));
+    vt::GuardedPlane src(row, y0 + h, vt::StepFor(s, row, s.pad_src, 1), s.placement, 1);
+    vt::GuardedPlane dst(row, y0 + h, vt::StepFor(s, row, s.pad_dst, 1), s.placement, 1);
+    std::mt19937 rng(s.seed);
+    src.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
+    dst.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
+    velmora::cpu::CapLevel(level);
+    const StatusCode status =
+        k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height, table.data(), param);
+    velmora::cpu::CapLevel(velmora::cpu::Detected());
+    EXPECT_EQ(status, StatusOk);
+    return dst.Snapshot();
+}
+
+class CurveLevels : public ::testing::TestWithParam<Kernel> {};
+
+TEST_P(CurveLevels, EveryLevelMatchesSse2) {
+    const Kernel& k = GetParam();
+    std::mt19937 rng(std::hash<std::string>{}(k.name) & 0xFFFF);
+    // Coarse to fine tables, and float scales with fractional parts.
+    const double int_params[] = {0, 1, 7, 255, 1023, 4096, 65535};
+    const double float_params[] = {0.f, 1.f, 2.5f, 255.f, 1023.75f, 4096.f};
+    const int detected = static_cast<int>(velmora::cpu::Detected());
+    for (const vt::Shape& s : vt::RandomShapes(rng(), 60, 300, 4)) {
+        SCOPED_TRACE(vt::Describe(s));
+        const double param = k.is_float ? float_params[rng() % 6] : int_params[rng() % 7];
+        SCOPED_TRACE("param " + std::to_string(param));
+        std::vector<float> entries(TableEntries(k, param));
+        for (float& t : entries) t = float(int(rng() % 1401) - 200) / 1000.f;
+        const GuardedTable table(entries, rng() % 2 ? vt::Placement::End : vt::Placement::Start);
+        const int x0 = rng() % 2 ? 0 : int(rng() % 5), y0 = rng() % 2 ? 0 : int(rng() % 3);
+        const auto run = [&](Level level) {
+            return k.is_float ? RunAt<float>(level, k, s, x0, y0, table, param)
+                              : RunAt<uint16_t>(level, k, s, x0, y0, table, param);
+        };
+        const std::vector<uint8_t> want = run(Level::Sse2);
+        for (int level = 1; level <= detected; ++level) {
+            SCOPED_TRACE("level " + std::to_string(level));
+            ASSERT_TRUE(run(static_cast<Level>(level)) == want) << "differs from the SSE2 level";
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CurveLevels, ::testing::ValuesIn(AllKernels()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace

@@ -27,8 +27,8 @@ constexpr float kInv65535 = 1.5259022e-05f;
 inline __m128 Interpolate(__m128 p, const float* table) {
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
-    const __m128 pairs01 = TwoPairs(table, k);
-    const __m128 pairs23 = TwoPairs(table, _mm_shuffle_epi32(k, _MM_SHUFFLE(3, 2, 3, 2)));
+    const __m128 pairs01 = TwoPairs(table, LowLanes(k));
+    const __m128 pairs23 = TwoPairs(table, HighLanes(k));
     const __m128 lower = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(2, 0, 2, 0));
     const __m128 upper = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));
@@ -166,12 +166,11 @@ inline __m128 MapPixel(__m128 v, const float* table, __m128 scale) {
     const __m128 p = _mm_mul_ps(v4::Clamp01(v), scale);
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
-    alignas(16) int32_t at[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(at), k);
-    const float* r0 = table + 4 * ptrdiff_t{at[0]};
-    const float* r1 = table + 4 * ptrdiff_t{at[1]};
-    const float* r2 = table + 4 * ptrdiff_t{at[2]};
-    const float* r3 = table + 4 * ptrdiff_t{at[3]};
+    const TwoOffsets k01 = LowLanes(k), k23 = HighLanes(k);
+    const float* r0 = table + 4 * k01.first;
+    const float* r1 = table + 4 * k01.second;
+    const float* r2 = table + 4 * k23.first;
+    const float* r3 = table + 4 * k23.second;
     const __m128 lower = Diagonal(v4::Load(r0), v4::Load(r1), v4::Load(r2), v4::Load(r3));
     const __m128 upper = Diagonal(v4::Load(r0 + 4), v4::Load(r1 + 4), v4::Load(r2 + 4), v4::Load(r3 + 4));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));

@@ -20,9 +20,8 @@ inline __m256 Interpolate(__m256 p, const float* table) {
     // Pairs for lanes 0, 1 | 4, 5 in a and 2, 3 | 6, 7 in b, so that splitting them by halves
     // leaves every 128-bit lane in order.
     const __m128i k03 = _mm256_castsi256_si128(k), k47 = _mm256_extracti128_si256(k, 1);
-    const __m256 a = _mm256_set_m128(TwoPairs(table, k47), TwoPairs(table, k03));
-    const __m256 b = _mm256_set_m128(TwoPairs(table, _mm_unpackhi_epi64(k47, k47)),
-                                     TwoPairs(table, _mm_unpackhi_epi64(k03, k03)));
+    const __m256 a = _mm256_set_m128(TwoPairs(table, LowLanes(k47)), TwoPairs(table, LowLanes(k03)));
+    const __m256 b = _mm256_set_m128(TwoPairs(table, HighLanes(k47)), TwoPairs(table, HighLanes(k03)));
     const __m256 lower = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
     const __m256 upper = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm256_add_ps(lower, _mm256_mul_ps(_mm256_sub_ps(upper, lower), frac));
@@ -87,10 +86,9 @@ int32_t Curve4RowAvx2(const float* src, float* dst, int32_t pixels, const float*
     const __m256 s = _mm256_set1_ps(scale);
     // Both records of each channel; `at` holds the pixel's four entry offsets 4k.
     const auto neighbours = [table](__m128i at) {
-        const long long q01 = _mm_cvtsi128_si64(at);
-        const long long q23 = _mm_cvtsi128_si64(_mm_shuffle_epi32(at, _MM_SHUFFLE(3, 2, 3, 2)));
-        const __m256 r = _mm256_blend_ps(_mm256_loadu_ps(table + int32_t(q01)), _mm256_loadu_ps(table + (q01 >> 32)), 0x22);
-        const __m256 b = _mm256_blend_ps(_mm256_loadu_ps(table + int32_t(q23)), _mm256_loadu_ps(table + (q23 >> 32)), 0x88);
+        const TwoOffsets rg = LowLanes(at), ba = HighLanes(at);
+        const __m256 r = _mm256_blend_ps(_mm256_loadu_ps(table + rg.first), _mm256_loadu_ps(table + rg.second), 0x22);
+        const __m256 b = _mm256_blend_ps(_mm256_loadu_ps(table + ba.first), _mm256_loadu_ps(table + ba.second), 0x88);
         return _mm256_blend_ps(r, b, 0xCC);
     };
     int32_t i = 0;

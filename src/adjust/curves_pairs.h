@@ -4,23 +4,36 @@
 
 #include <emmintrin.h>
 
+#include <cstddef>
 #include <cstdint>
 
 namespace velmora::curves {
 namespace {
 
-// T[k0], T[k0 + 1], T[k1], T[k1 + 1] for the indices k0, k1 in the low two lanes of k.
-inline __m128 TwoPairs(const float* table, __m128i k) {
+// The low two int32 lanes of k as pointer-width offsets.
+struct TwoOffsets {
+    ptrdiff_t first, second;
+};
+
+inline TwoOffsets LowLanes(__m128i k) {
 #if defined(__x86_64__)
-    // One move to a general register and a shift split both indices: about half the cost of
-    // moving each lane out on its own, and the indexing that dominates these kernels.
+    // One move to a general register and a shift split both lanes: about half the cost of
+    // moving each lane out on its own, and lane moves are most of what these kernels do.
     const long long both = _mm_cvtsi128_si64(k);
-    const int32_t k0 = static_cast<int32_t>(both), k1 = static_cast<int32_t>(both >> 32);
+    return {static_cast<int32_t>(both), both >> 32};
 #else
-    const int32_t k0 = _mm_cvtsi128_si32(k), k1 = _mm_cvtsi128_si32(_mm_srli_si128(k, 4));
+    return {_mm_cvtsi128_si32(k), _mm_cvtsi128_si32(_mm_srli_si128(k, 4))};
 #endif
+}
+
+// The high two lanes. pshufd writes a whole register: a partial move (movhlps) here would
+// chain every step to the one before.
+inline TwoOffsets HighLanes(__m128i k) { return LowLanes(_mm_shuffle_epi32(k, _MM_SHUFFLE(3, 2, 3, 2))); }
+
+// T[k0], T[k0 + 1], T[k1], T[k1 + 1] for the indices k0, k1 in the low two lanes of k.
+inline __m128 TwoPairs(const float* table, TwoOffsets k) {
     using Pair = const __m64*;
-    return _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + k0)), Pair(table + k1));
+    return _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + k.first)), Pair(table + k.second));
 }
 
 }  // namespace

@@ -131,18 +131,27 @@ void Lut8(benchmark::State& state) {
 }
 
 void C1_16u_velmora(benchmark::State& s) { Velmora16<1, false>(s, Curve_16u_C1R); }
+void C3_16u_velmora(benchmark::State& s) { Velmora16<3, false>(s, Curve_16u_C3R); }
+void C4_16u_velmora(benchmark::State& s) { Velmora16<4, false>(s, Curve_16u_C4R); }
 void AC4_16u_velmora(benchmark::State& s) { Velmora16<4, true>(s, Curve_16u_AC4R); }
 void C1_32f_velmora(benchmark::State& s) { Velmora32<1>(s, Curve_32f_C1R, false); }
+void C3_32f_velmora(benchmark::State& s) { Velmora32<3>(s, Curve_32f_C3R, false); }
 void C4_32f_velmora(benchmark::State& s) { Velmora32<4>(s, Curve_32f_C4R, false); }
 void Curve4_velmora(benchmark::State& s) { Velmora32<4>(s, Curve4_32f_C4R, true); }
 
 BENCHMARK(C1_16u_velmora)->Name("curves/16u_C1R/velmora")->Unit(benchmark::kMillisecond);
 BENCHMARK(Scalar16<1, false>)->Name("curves/16u_C1R/scalar")->Unit(benchmark::kMillisecond);
 BENCHMARK(Lut8)->Name("curves/16u_C1R/opencv_lut_8u")->Unit(benchmark::kMillisecond);
+BENCHMARK(C3_16u_velmora)->Name("curves/16u_C3R/velmora")->Unit(benchmark::kMillisecond);
+BENCHMARK(Scalar16<3, false>)->Name("curves/16u_C3R/scalar")->Unit(benchmark::kMillisecond);
+BENCHMARK(C4_16u_velmora)->Name("curves/16u_C4R/velmora")->Unit(benchmark::kMillisecond);
+BENCHMARK(Scalar16<4, false>)->Name("curves/16u_C4R/scalar")->Unit(benchmark::kMillisecond);
 BENCHMARK(AC4_16u_velmora)->Name("curves/16u_AC4R/velmora")->Unit(benchmark::kMillisecond);
 BENCHMARK(Scalar16<4, true>)->Name("curves/16u_AC4R/scalar")->Unit(benchmark::kMillisecond);
 BENCHMARK(C1_32f_velmora)->Name("curves/32f_C1R/velmora")->Unit(benchmark::kMillisecond);
 BENCHMARK(Scalar32<1>)->Name("curves/32f_C1R/scalar")->Unit(benchmark::kMillisecond);
+BENCHMARK(C3_32f_velmora)->Name("curves/32f_C3R/velmora")->Unit(benchmark::kMillisecond);
+BENCHMARK(Scalar32<3>)->Name("curves/32f_C3R/scalar")->Unit(benchmark::kMillisecond);
 BENCHMARK(C4_32f_velmora)->Name("curves/32f_C4R/velmora")->Unit(benchmark::kMillisecond);
 BENCHMARK(Scalar32<4>)->Name("curves/32f_C4R/scalar")->Unit(benchmark::kMillisecond);
 BENCHMARK(Curve4_velmora)->Name("curves/Curve4_32f_C4R/velmora")->Unit(benchmark::kMillisecond);

@@ -23,12 +23,14 @@ namespace {
 constexpr float kInv65535 = 1.5259022e-05f;
 
 // T[k] + (T[k + 1] - T[k]) * (p - k) for four non-negative positions. Each neighbour pair is one
-// 64-bit load; the pairs are then split into the lower and upper entries.
+// 64-bit load; the pairs are then split into the lower and upper entries. With KeepAlpha the
+// four lanes are one pixel whose alpha lane is not looked up (it comes out 0).
+template <bool KeepAlpha = false>
 inline __m128 Interpolate(__m128 p, const float* table) {
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
     const __m128 pairs01 = TwoPairs(table, LowLanes(k));
-    const __m128 pairs23 = TwoPairs(table, HighLanes(k));
+    const __m128 pairs23 = HighPairs<KeepAlpha>(table, k);
     const __m128 lower = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(2, 0, 2, 0));
     const __m128 upper = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));
@@ -38,14 +40,15 @@ inline __m128 Interpolate(__m128 p, const float* table) {
 
 // Four codes (int32 lanes) through the curve, back to codes: clamped to [0, 1] (NaN from the
 // table becomes 0), scaled and rounded half up by adding 0.5 before truncation.
+template <bool KeepAlpha = false>
 inline __m128i MapCodes(__m128i codes, const float* table, __m128 scale) {
     const __m128 p = _mm_mul_ps(_mm_cvtepi32_ps(codes), scale);
-    const __m128 v = v4::Clamp01(Interpolate(p, table));
+    const __m128 v = v4::Clamp01(Interpolate<KeepAlpha>(p, table));
     return _mm_cvttps_epi32(_mm_add_ps(_mm_mul_ps(v, v4::Set1(65535.f)), v4::Set1(0.5f)));
 }
 
 // Samples a row of `count` codes, eight a step. KeepAlpha rows hold four-channel pixels whose
-// fourth sample is left as the destination had it: those lanes enter the curve as 0 and the old
+// fourth sample is left as the destination had it: that lane is not looked up and the old
 // destination value is merged back. Leftovers go one sample (one pixel with alpha) at a time
 // through the same arithmetic.
 template <bool Aligned, bool KeepAlpha>
@@ -54,9 +57,8 @@ void Curve16Row(const uint16_t* src, uint16_t* dst, int32_t count, const float* 
     // Eight codes through the curve; `old` is the destination's previous content, read only to
     // keep its alpha.
     const auto map8 = [&](__m128i codes, __m128i old) {
-        if constexpr (KeepAlpha) codes = _mm_andnot_si128(alpha, codes);
-        const __m128i lo = MapCodes(v4::WidenLo16(codes), table, scale);
-        const __m128i hi = MapCodes(v4::WidenHi16(codes), table, scale);
+        const __m128i lo = MapCodes<KeepAlpha>(v4::WidenLo16(codes), table, scale);
+        const __m128i hi = MapCodes<KeepAlpha>(v4::WidenHi16(codes), table, scale);
         const __m128i mapped = v4::KeepLow16(lo, hi);
         if constexpr (KeepAlpha) return _mm_or_si128(_mm_andnot_si128(alpha, mapped), _mm_and_si128(alpha, old));
         else return mapped;

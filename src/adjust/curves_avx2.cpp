@@ -13,7 +13,9 @@ namespace {
 
 inline __m256 Clamp01(__m256 v) { return _mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), _mm256_set1_ps(1.f)); }
 
-// T[k] + (T[k + 1] - T[k]) * (p - k) for eight non-negative positions.
+// T[k] + (T[k + 1] - T[k]) * (p - k) for eight non-negative positions. With KeepAlpha the lanes
+// are two pixels whose alpha lanes are not looked up (they come out 0).
+template <bool KeepAlpha = false>
 inline __m256 Interpolate(__m256 p, const float* table) {
     const __m256i k = _mm256_cvttps_epi32(p);
     const __m256 frac = _mm256_sub_ps(p, _mm256_cvtepi32_ps(k));
@@ -21,36 +23,32 @@ inline __m256 Interpolate(__m256 p, const float* table) {
     // leaves every 128-bit lane in order.
     const __m128i k03 = _mm256_castsi256_si128(k), k47 = _mm256_extracti128_si256(k, 1);
     const __m256 a = _mm256_set_m128(TwoPairs(table, LowLanes(k47)), TwoPairs(table, LowLanes(k03)));
-    const __m256 b = _mm256_set_m128(TwoPairs(table, HighLanes(k47)), TwoPairs(table, HighLanes(k03)));
+    const __m256 b = _mm256_set_m128(HighPairs<KeepAlpha>(table, k47), HighPairs<KeepAlpha>(table, k03));
     const __m256 lower = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
     const __m256 upper = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm256_add_ps(lower, _mm256_mul_ps(_mm256_sub_ps(upper, lower), frac));
 }
 
 // Eight codes (int32 lanes) through the curve: clamped, scaled to 0..65535, rounded half up.
+template <bool KeepAlpha>
 inline __m256i MapCodes(__m256i codes, const float* table, __m256 scale) {
     const __m256 p = _mm256_mul_ps(_mm256_cvtepi32_ps(codes), scale);
-    const __m256 v = Clamp01(Interpolate(p, table));
+    const __m256 v = Clamp01(Interpolate<KeepAlpha>(p, table));
     return _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(v, _mm256_set1_ps(65535.f)), _mm256_set1_ps(0.5f)));
 }
 
-// Sixteen codes a step. With KeepAlpha the fourth sample of each pixel enters the curve as 0
-// (as in the SSE2 body) and the destination's old value is kept.
+// Sixteen codes a step. With KeepAlpha the fourth sample of each pixel is not looked up and the
+// destination's old value is kept.
 template <bool KeepAlpha>
 int32_t Curve16Row(const uint16_t* src, uint16_t* dst, int32_t count, const float* table, float scale) {
     const __m256 s = _mm256_set1_ps(scale);
-    const __m256i colour = _mm256_setr_epi32(-1, -1, -1, 0, -1, -1, -1, 0);
     int32_t i = 0;
     for (; i + 16 <= count; i += 16) {
-        __m256i lo = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i)));
-        __m256i hi = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 8)));
-        if constexpr (KeepAlpha) {
-            lo = _mm256_and_si256(lo, colour);
-            hi = _mm256_and_si256(hi, colour);
-        }
+        const __m256i lo = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i)));
+        const __m256i hi = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 8)));
         // The codes are in 0..65535, so the unsigned pack is exact; it interleaves the halves
         // by 128-bit lane, which the permute undoes.
-        const __m256i packed = _mm256_packus_epi32(MapCodes(lo, table, s), MapCodes(hi, table, s));
+        const __m256i packed = _mm256_packus_epi32(MapCodes<KeepAlpha>(lo, table, s), MapCodes<KeepAlpha>(hi, table, s));
         __m256i mapped = _mm256_permute4x64_epi64(packed, _MM_SHUFFLE(3, 1, 2, 0));
         auto* out = reinterpret_cast<__m256i*>(dst + i);
         if constexpr (KeepAlpha) mapped = _mm256_blend_epi16(mapped, _mm256_loadu_si256(out), 0x88);

@@ -36,5 +36,18 @@ inline __m128 TwoPairs(const float* table, TwoOffsets k) {
     return _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + k.first)), Pair(table + k.second));
 }
 
+// T[k0], T[k0 + 1] and zeros: the pairs of a four-channel pixel whose fourth lane (alpha) is
+// never looked up.
+inline __m128 OnePair(const float* table, TwoOffsets k) {
+    return _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(table + k.first));
+}
+
+// The pairs of lanes 2 and 3, or of lane 2 alone when lane 3 is a kept alpha.
+template <bool KeepAlpha>
+inline __m128 HighPairs(const float* table, __m128i k) {
+    if constexpr (KeepAlpha) return OnePair(table, HighLanes(k));
+    else return TwoPairs(table, HighLanes(k));
+}
+
 }  // namespace
 }  // namespace velmora::curves

@@ -126,31 +126,76 @@ struct Amounts {
     __m128 saturation_factor;              // 1 + amount
 };
 
-// The recipe on four pixels whose luminance is `lum`.
-__attribute__((always_inline)) inline void DevelopQuad(Quad& q, __m128 lum, const Amounts& a, const Steps on) {
-    __m128 y = lum, b = q.l;
-    if (on.exposure) {
-        y = Expose(y, a.exposure_factor, a.exposure_cap);
-        b = Expose(b, a.exposure_factor, a.exposure_cap);
+// The recipe on N groups of four pixels (already offset by any black level), step by step across
+// the groups: each step is a chain of vector exp/log whose latency one group alone cannot hide, so
+// two groups run side by side through the row.
+template <int N>
+inline void Develop(Quad* q, const Amounts* a, const Steps on) {
+    __m128 lum[N], y[N], b[N], n[N];
+    for (int i = 0; i < N; ++i) {
+        lum[i] = Luminance(q[i]);
+        y[i] = lum[i];
+        b[i] = q[i].l;
     }
-    y = XMVectorLinearToSrgb(y);
-    b = XMVectorLinearToSrgb(b);
-    __m128 detail = Sub(y, b);
-    if (on.brightness) b = XMVectorPowFast(b, a.brightness_exponent);
-    if (on.contrast) b = Contrast(b, a.contrast);
-    if (on.clarity) detail = Mul(detail, a.clarity_factor);
-    __m128 n = on.tone ? Add(ToneTerm(b, a.shadows, a.highlights), b) : b;
-    n = v4::Clamp01(Add(n, detail));
-    const __m128 target = SrgbToLinear(n);
-    const __m128 eps = v4::Set1(kEpsilon);
-    const __m128 gain = _mm_div_ps(Add(target, eps), Add(lum, eps));
-    q.r = Mul(q.r, gain);
-    q.g = Mul(q.g, gain);
-    q.b = Mul(q.b, gain);
-    q.l = Mul(q.l, gain);
-    if (on.saturation) {
-        if (on.clamp_saturation) Saturate<true>(q, target, a.saturation_factor);
-        else Saturate<false>(q, target, a.saturation_factor);
+    if (on.exposure)
+        for (int i = 0; i < N; ++i) {
+            y[i] = Expose(y[i], a[i].exposure_factor, a[i].exposure_cap);
+            b[i] = Expose(b[i], a[i].exposure_factor, a[i].exposure_cap);
+        }
+    for (int i = 0; i < N; ++i) y[i] = XMVectorLinearToSrgb(y[i]);
+    if (on.brightness || on.contrast || on.tone || on.clarity) {
+        __m128 detail[N];
+        for (int i = 0; i < N; ++i) {
+            b[i] = XMVectorLinearToSrgb(b[i]);
+            detail[i] = Sub(y[i], b[i]);
+        }
+        if (on.brightness)
+            for (int i = 0; i < N; ++i) b[i] = XMVectorPowFast(b[i], a[i].brightness_exponent);
+        if (on.contrast)
+            for (int i = 0; i < N; ++i) b[i] = Contrast(b[i], a[i].contrast);
+        if (on.clarity)
+            for (int i = 0; i < N; ++i) detail[i] = Mul(detail[i], a[i].clarity_factor);
+        for (int i = 0; i < N; ++i) n[i] = on.tone ? Add(ToneTerm(b[i], a[i].shadows, a[i].highlights), b[i]) : b[i];
+        for (int i = 0; i < N; ++i) n[i] = v4::Clamp01(Add(n[i], detail[i]));
+    } else {
+        // Nothing reshapes the base: b + (y - b) is y within a rounding step, so the base's
+        // encoding (a third of this road's cost) is skipped.
+        for (int i = 0; i < N; ++i) n[i] = v4::Clamp01(y[i]);
+    }
+    for (int i = 0; i < N; ++i) {
+        const __m128 target = SrgbToLinear(n[i]);
+        const __m128 eps = v4::Set1(kEpsilon);
+        const __m128 gain = _mm_div_ps(Add(target, eps), Add(lum[i], eps));
+        q[i].r = Mul(q[i].r, gain);
+        q[i].g = Mul(q[i].g, gain);
+        q[i].b = Mul(q[i].b, gain);
+        q[i].l = Mul(q[i].l, gain);
+        if (on.saturation) {
+            if (on.clamp_saturation) Saturate<true>(q[i], target, a[i].saturation_factor);
+            else Saturate<false>(q[i], target, a[i].saturation_factor);
+        }
+    }
+}
+
+// Walks a row two groups at a time, then a last single group; `prepare` offsets the loaded
+// pixels and fills the amounts of the group at pixel x. The last group may run up to three pixels
+// past the width.
+template <class Prepare>
+inline void WalkRow(float* px, int32_t width, Amounts* a, const Steps on, Prepare&& prepare) {
+    int32_t x = 0;
+    for (; x + 4 < width; x += 8, px += 32) {
+        Quad q[2] = {LoadQuad(px), LoadQuad(px + 16)};
+        prepare(q[0], a[0], x);
+        prepare(q[1], a[1], x + 4);
+        Develop<2>(q, a, on);
+        StoreQuad(px, q[0]);
+        StoreQuad(px + 16, q[1]);
+    }
+    if (x < width) {
+        Quad q = LoadQuad(px);
+        prepare(q, a[0], x);
+        Develop<1>(&q, a, on);
+        StoreQuad(px, q);
     }
 }
 
@@ -167,20 +212,20 @@ enum Flag : unsigned {
 
 using RowFn = void (*)(float* px, int32_t width, const Amounts& a);
 
+// The row functions are flattened: the vector math is inlined whole, because a call would spill
+// every live vector of both groups (all xmm registers are caller-saved).
+
 template <unsigned F>
-void DevelopRow(float* px, int32_t width, const Amounts& a) {
+__attribute__((flatten)) void DevelopRow(float* px, int32_t width, const Amounts& a) {
     constexpr Steps on{(F & kExposure) != 0, (F & kBrightness) != 0, (F & kTone) != 0, (F & kContrast) != 0,
                        (F & kClarity) != 0,  (F & kSaturation) != 0, true};
-    for (int32_t x = 0; x < width; x += 4, px += 16) {  // the last group may run 3 pixels past the width
-        Quad q = LoadQuad(px);
-        DevelopQuad(q, Luminance(q), a, on);
-        StoreQuad(px, q);
-    }
+    Amounts both[2] = {a, a};
+    WalkRow(px, width, both, on, [](Quad&, Amounts&, int32_t) {});
 }
 
 // Saturation alone skips the tone round trip: every lane, the fourth included, moves away from
 // the pixel's luminance, with no clamp.
-void SaturationOnlyRow(float* px, int32_t width, const Amounts& a) {
+__attribute__((flatten)) void SaturationOnlyRow(float* px, int32_t width, const Amounts& a) {
     for (int32_t x = 0; x < width; x += 4, px += 16) {  // the last group may run 3 pixels past the width
         Quad q = LoadQuad(px);
         const __m128 lum = Luminance(q);
@@ -289,19 +334,16 @@ inline void LocalAmounts(const MaskedCall& c, Amounts& a, int64_t row_offset, in
     }
 }
 
-void MaskedRow(float* px, int32_t width, int64_t row_offset, const MaskedCall& c) {
+__attribute__((flatten)) void MaskedRow(float* px, int32_t width, int64_t row_offset, const MaskedCall& c) {
     const __m128 black = v4::Set1(c.black);
-    Amounts a = c.fixed;
-    for (int32_t x = 0; x < width; x += 4, px += 16) {  // the last group may run 3 pixels past the width
-        Quad q = LoadQuad(px);
+    Amounts a[2] = {c.fixed, c.fixed};
+    WalkRow(px, width, a, c.on, [&](Quad& q, Amounts& group, int32_t x) {
         q.r = Sub(q.r, black);
         q.g = Sub(q.g, black);
         q.b = Sub(q.b, black);
         q.l = Sub(q.l, black);
-        LocalAmounts(c, a, row_offset, x, width);
-        DevelopQuad(q, Luminance(q), a, c.on);
-        StoreQuad(px, q);
-    }
+        LocalAmounts(c, group, row_offset, x, width);
+    });
 }
 
 MaskedCall PrepareMasked(const DevelopParameter* const p[7], float black) {

@@ -76,6 +76,13 @@ inline __m128i KeepLow16(__m128i a, __m128i b) {
     return _mm_packs_epi32(a, b);
 }
 
+// Eight int32 lanes known to lie in 0..65535 to eight uint16: biased into the signed range so
+// the signed pack cannot saturate, then the bias is flipped back in the top bit.
+inline __m128i PackToWords(__m128i a, __m128i b) {
+    const __m128i bias = _mm_set1_epi32(32768);
+    return _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias)), _mm_set1_epi16(-32768));
+}
+
 // Clamped, scaled and rounded: float lanes in nominal [0, 1] to integer codes.
 inline __m128i ToCode(__m128 v, __m128 scale) { return RoundToInt(_mm_mul_ps(Clamp01(v), scale)); }
 

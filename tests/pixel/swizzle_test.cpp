@@ -1,0 +1,247 @@
+// Channel swizzles against the plain reorder: every export on guarded planes, random shapes,
+// sub-rectangles, random orders (repeats included), and the order array on guarded memory.
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "reference/swizzle.h"
+#include "support/compare.h"
+#include "support/shapes.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+// One export seen through a common signature; in-place exports ignore src and work on dst.
+struct Kernel {
+    const char* name;
+    int element_bytes, src_channels, dst_channels;
+    bool in_place;
+    std::function<StatusCode(const void* src, int32_t src_step, void* dst, int32_t dst_step, int32_t x, int32_t y,
+                             int32_t w, int32_t h, const int32_t* order, uint32_t fill_bits)>
+        call;
+};
+
+template <class T, class Fn>
+Kernel Plain(const char* name, int src_ch, int dst_ch, Fn fn) {
+    return {name, int(sizeof(T)), src_ch, dst_ch, false,
+            [fn](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h,
+                 const int32_t* o, uint32_t) { return fn(static_cast<const T*>(s), ss, static_cast<T*>(d), ds, x, y, w, h, o); }};
+}
+template <class T, class Fill, class Fn>
+Kernel WithFill(const char* name, Fn fn) {
+    return {name, int(sizeof(T)), 3, 4, false,
+            [fn](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h,
+                 const int32_t* o, uint32_t bits) {
+                Fill fill;
+                if constexpr (sizeof(Fill) == 4 && std::is_floating_point_v<Fill>) std::memcpy(&fill, &bits, 4);
+                else fill = bits;
+                return fn(static_cast<const T*>(s), ss, static_cast<T*>(d), ds, x, y, w, h, o, fill);
+            }};
+}
+template <class T, class Fn>
+Kernel InPlace(const char* name, int ch, Fn fn) {
+    return {name, int(sizeof(T)), ch, ch, true,
+            [fn](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h,
+                 const int32_t* o, uint32_t) { return fn(static_cast<T*>(d), ds, x, y, w, h, o); }};
+}
+
+void PrintTo(const Kernel& k, std::ostream* os) { *os << k.name; }
+
+std::vector<Kernel> AllKernels() {
+    return {
+        Plain<uint8_t>("8u_C3R", 3, 3, Swizzle_8u_C3R),         Plain<uint8_t>("8u_C4R", 4, 4, Swizzle_8u_C4R),
+        WithFill<uint8_t, uint32_t>("8u_C3C4R", Swizzle_8u_C3C4R), Plain<uint8_t>("8u_C4C3R", 4, 3, Swizzle_8u_C4C3R),
+        InPlace<uint8_t>("8u_C3IR", 3, Swizzle_8u_C3IR),         InPlace<uint8_t>("8u_C4IR", 4, Swizzle_8u_C4IR),
+        Plain<uint16_t>("16u_C3R", 3, 3, Swizzle_16u_C3R),       Plain<uint16_t>("16u_C4R", 4, 4, Swizzle_16u_C4R),
+        WithFill<uint16_t, uint32_t>("16u_C3C4R", Swizzle_16u_C3C4R),
+        Plain<uint16_t>("16u_C4C3R", 4, 3, Swizzle_16u_C4C3R),   InPlace<uint16_t>("16u_C3IR", 3, Swizzle_16u_C3IR),
+        InPlace<uint16_t>("16u_C4IR", 4, Swizzle_16u_C4IR),      Plain<float>("32f_C3R", 3, 3, Swizzle_32f_C3R),
+        Plain<float>("32f_C4R", 4, 4, Swizzle_32f_C4R),          WithFill<float, float>("32f_C3C4R", Swizzle_32f_C3C4R),
+        Plain<float>("32f_C4C3R", 4, 3, Swizzle_32f_C4C3R),      InPlace<float>("32f_C3IR", 3, Swizzle_32f_C3IR),
+        InPlace<float>("32f_C4IR", 4, Swizzle_32f_C4IR),
+    };
+}
+
+// The elements of rows [y0, y0 + h) starting at element x0, packed.
+template <class T>
+std::vector<T> Region(const vt::GuardedPlane& p, int x0, int y0, int count, int h) {
+    std::vector<T> out;
+    for (int y = 0; y < h; ++y) out.insert(out.end(), p.RowAs<T>(y0 + y) + x0, p.RowAs<T>(y0 + y) + x0 + count);
+    return out;
+}
+
+// Legal bytes of every row outside the region [x0_bytes, x0_bytes + region_bytes) of rows
+// [y0, y0 + h), packed: what a kernel must leave alone inside the rows it may touch.
+std::vector<uint8_t> OutsideRegion(const vt::GuardedPlane& p, int64_t x0_bytes, int y0, int64_t region_bytes, int h) {
+    std::vector<uint8_t> out;
+    for (int y = 0; y < p.height(); ++y) {
+        const uint8_t* row = p.Row(y);
+        if (y < y0 || y >= y0 + h) {
+            out.insert(out.end(), row, row + p.row_bytes());
+        } else {
+            out.insert(out.end(), row, row + x0_bytes);
+            out.insert(out.end(), row + x0_bytes + region_bytes, row + p.row_bytes());
+        }
+    }
+    return out;
+}
+
+// An order array on its own guarded page, so a read past its last entry crashes.
+struct GuardedOrder {
+    vt::GuardedPlane plane;
+    explicit GuardedOrder(const std::vector<int32_t>& entries)
+        : plane(int64_t(entries.size()) * 4, 1, 16, vt::Placement::End, 4) {
+        std::memcpy(plane.data(), entries.data(), entries.size() * 4);
+    }
+    const int32_t* data() const { return plane.As<int32_t>(); }
+};
+
+// Random bytes for integers, values with distinct bit patterns (never NaN) for floats.
+void FillSource(vt::GuardedPlane& p, int element_bytes, uint32_t seed) {
+    std::mt19937 rng(seed);
+    if (element_bytes == 4) p.FillRows<float>([&](int, int64_t) { return float(rng() % 100000) / 7.f; });
+    else p.FillRandomBytes(seed);
+}
+
+template <class T>
+::testing::AssertionResult CheckCall(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order,
+                                     uint32_t fill_bits) {
+    std::mt19937 rng(s.seed);
+    const int x0 = rng() % 2 ? 0 : int(rng() % 6), y0 = rng() % 2 ? 0 : int(rng() % 3);
+    const int w = s.width > 0 ? s.width : 0, h = s.height > 0 ? s.height : 0;
+    const int64_t e = k.element_bytes;
+    const int64_t src_row = (x0 + w) * k.src_channels * e, dst_row = (x0 + w) * k.dst_channels * e;
+    vt::GuardedPlane src(src_row, y0 + h, vt::StepFor(s, src_row, s.pad_src, 1), s.placement, 1);
+    vt::GuardedPlane dst(dst_row, y0 + h, vt::StepFor(s, dst_row, s.pad_dst, 1), s.placement, 1);
+    FillSource(src, k.element_bytes, s.seed);
+    FillSource(dst, k.element_bytes, s.seed ^ 0x5555u);
+    const vt::GuardedPlane& in = k.in_place ? dst : src;
+    const std::vector<T> source = Region<T>(in, x0 * k.src_channels, y0, w * k.src_channels, h);
+    T fill;
+    std::memcpy(&fill, &fill_bits, sizeof(T));
+    const auto want = ref::Swizzle<T>(source, w, h, k.src_channels, k.dst_channels, order.data(), fill);
+    const auto before = dst.Snapshot();
+    const auto outside = OutsideRegion(dst, x0 * k.dst_channels * e, y0, w * k.dst_channels * e, h);
+    const auto src_before = src.Snapshot();
+    GuardedOrder guarded(order);
+    const StatusCode status = k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height,
+                                     guarded.data(), fill_bits);
+    if (status != StatusOk) return ::testing::AssertionFailure() << "status " << status;
+    if (!src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
+    const auto got = Region<T>(dst, x0 * k.dst_channels, y0, w * k.dst_channels, h);
+    auto match = vt::RowsMatch<T>([&](int y) { return &got[size_t(y) * w * k.dst_channels]; }, h,
+                                  int64_t(w) * k.dst_channels, want);
+    if (!match) return match;
+    // Gaps between rows through the plane's own check, the bytes left of the region and the rows
+    // above it through the packed copy.
+    if (auto r = dst.OnlyRowsChanged(before, dst_row); !r) return r;
+    if (OutsideRegion(dst, x0 * k.dst_channels * e, y0, w * k.dst_channels * e, h) != outside)
+        return ::testing::AssertionFailure() << "wrote outside the region";
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order,
+                                 uint32_t fill_bits) {
+    if (k.element_bytes == 1) return CheckCall<uint8_t>(k, s, order, fill_bits);
+    if (k.element_bytes == 2) return CheckCall<uint16_t>(k, s, order, fill_bits);
+    return CheckCall<float>(k, s, order, fill_bits);
+}
+
+std::string Describe(const std::vector<int32_t>& order) {
+    std::string out = "order";
+    for (int32_t e : order) out += " " + std::to_string(e);
+    return out;
+}
+
+// Integer fills carry junk above their 8 or 16 bits, which the kernels must ignore.
+uint32_t RandomFill(const Kernel& k, std::mt19937& rng) {
+    if (k.element_bytes != 4) return rng();
+    const float f = float(rng() % 1000) / 8.f;
+    uint32_t bits;
+    std::memcpy(&bits, &f, 4);
+    return bits;
+}
+
+class SwizzleExports : public ::testing::TestWithParam<Kernel> {};
+
+TEST_P(SwizzleExports, MatchesReferenceOnRandomShapesAndOrders) {
+    const Kernel& k = GetParam();
+    std::mt19937 rng(k.element_bytes * 100 + k.src_channels * 10 + k.dst_channels + (k.in_place ? 7 : 0));
+    // Entries of 3 to 7 select the fill where the destination gains a channel.
+    const uint32_t top = k.dst_channels > k.src_channels ? 8 : k.src_channels;
+    for (const vt::Shape& s : vt::RandomShapes(rng(), 120)) {
+        SCOPED_TRACE(vt::Describe(s));
+        std::vector<int32_t> order(k.dst_channels);
+        for (int32_t& e : order) e = int32_t(rng() % top);
+        SCOPED_TRACE(Describe(order));
+        ASSERT_TRUE(Check(k, s, order, RandomFill(k, rng)));
+    }
+}
+
+// Every order of in-range entries, repeats included, on one shape with a full block, a tail and
+// a sub-rectangle: each way channels can move and share a movement.
+TEST_P(SwizzleExports, EveryOrderMatchesReference) {
+    const Kernel& k = GetParam();
+    const int top = k.dst_channels > k.src_channels ? 4 : k.src_channels;
+    int combinations = 1;
+    for (int c = 0; c < k.dst_channels; ++c) combinations *= top;
+    std::mt19937 rng(5);
+    for (int i = 0; i < combinations; ++i) {
+        std::vector<int32_t> order(k.dst_channels);
+        for (int c = 0, rest = i; c < k.dst_channels; ++c, rest /= top) order[c] = rest % top;
+        SCOPED_TRACE(Describe(order));
+        vt::Shape s{21, 2};
+        s.seed = rng();
+        s.pad_src = 8;
+        s.pad_dst = 3;
+        ASSERT_TRUE(Check(k, s, order, RandomFill(k, rng)));
+    }
+}
+
+TEST_P(SwizzleExports, EmptyRegionsTouchNothingAndReadNoOrder) {
+    const Kernel& k = GetParam();
+    const int64_t row = 8 * 4 * k.element_bytes;
+    vt::GuardedPlane src(row, 2, 256), dst(row, 2, 256);
+    src.FillRandomBytes(1);
+    dst.FillRandomBytes(2);
+    const auto before = dst.Snapshot();
+    for (auto [w, h] : {std::pair{0, 2}, {5, 0}, {-1, 2}, {5, -3}}) {
+        EXPECT_EQ(StatusOk, k.call(src.data(), src.step(), dst.data(), dst.step(), 1, 1, w, h, nullptr, 0));
+        EXPECT_TRUE(dst.Unchanged(before));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SwizzleExports, ::testing::ValuesIn(AllKernels()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// The editor's everyday reorders with hand-written expectations.
+TEST(SwizzleExamples, EverydayReorders) {
+    const uint8_t bgra[8] = {10, 20, 30, 40, 11, 21, 31, 41};
+    uint8_t out[8] = {};
+    const int32_t to_rgba[4] = {2, 1, 0, 3};
+    EXPECT_EQ(StatusOk, Swizzle_8u_C4R(bgra, 8, out, 8, 0, 0, 2, 1, to_rgba));
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 8), (std::vector<uint8_t>{30, 20, 10, 40, 31, 21, 11, 41}));
+
+    const uint8_t bgr[6] = {1, 2, 3, 4, 5, 6};
+    const int32_t opaque[4] = {0, 1, 2, 3}, opaque_swapped[4] = {2, 1, 0, 7};
+    EXPECT_EQ(StatusOk, Swizzle_8u_C3C4R(bgr, 6, out, 8, 0, 0, 2, 1, opaque, 255));
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 8), (std::vector<uint8_t>{1, 2, 3, 255, 4, 5, 6, 255}));
+    EXPECT_EQ(StatusOk, Swizzle_8u_C3C4R(bgr, 6, out, 8, 0, 0, 2, 1, opaque_swapped, 0x1FF));
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 8), (std::vector<uint8_t>{3, 2, 1, 255, 6, 5, 4, 255}));
+
+    uint8_t image[6] = {1, 2, 3, 4, 5, 6};
+    const int32_t swap[3] = {2, 1, 0};
+    EXPECT_EQ(StatusOk, Swizzle_8u_C3IR(image, 6, 0, 0, 2, 1, swap));
+    EXPECT_EQ(std::vector<uint8_t>(image, image + 6), (std::vector<uint8_t>{3, 2, 1, 6, 5, 4}));
+
+    // In place with every entry the same: each pixel is read whole before it is written.
+    float pixels[8] = {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f, 0.8f};
+    const int32_t rotate[4] = {3, 0, 0, 1};
+    EXPECT_EQ(StatusOk, Swizzle_32f_C4IR(pixels, 32, 0, 0, 2, 1, rotate));
+    EXPECT_EQ(std::vector<float>(pixels, pixels + 8),
+              (std::vector<float>{0.4f, 0.1f, 0.1f, 0.2f, 0.8f, 0.5f, 0.5f, 0.6f}));
+}
+
+}  // namespace

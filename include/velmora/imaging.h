@@ -73,6 +73,9 @@ VELMORA_API bool VELMORA_CALL VerifySSE4Support(void);
    Returns the rows filled (height), or 1 when height < 2. No checks. */
 VELMORA_API int32_t VELMORA_CALL ImageClear_Gray32F_SSE2_V2(float* data, int32_t step, const ImageSize* roi,
                                                             float value);
+/* Fills two process-wide float tables, log2(1 + i/255) (256 entries) and 2^((i - 256)/255)
+   (512 entries), afresh at every call. No kernel reads them; kept for hosts that call it. */
+VELMORA_API void VELMORA_CALL Exp2_Init(void);
 
 /* ---- Pixel: integer and float conversions -------------------------------- */
 /* Integer codes map linearly onto [0, 1] (times the float nearest 1/255 or 1/65535) and back
@@ -121,8 +124,126 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t*
 
 /* ---- Pixel: linearizing loaders ----------------------------------------- */
 
+/* Shared by the ImageToLinearRGB_* loaders (always return StatusOk, check nothing): each colour
+   code c goes through table (n floats) at position p = c x (n - 1.0001) / 255 (8-bit codes) or
+   / 65535 (16-bit codes), single precision, interpolated linearly between T[floor p] and the next
+   entry; where single precision rounds the top code's p up to n - 1 (most n >= 1022 for 8-bit,
+   n >= 2050 for 16-bit codes), p is capped just below n - 1, so the table is never read past
+   T[n-1]. (r, g, b) then times matrix as a row vector: R' = m0 r + m3 g + m6 b, G' = m1 r + m4 g
+   + m7 b, B' = m2 r + m5 g + m8 b. Float destinations are not clamped; Rgba64 destinations clamp
+   to [0, 1], scale by 65535 and round half to even. Overrun: source and destination rows are
+   read and written up to the next multiple of the _X2/_X4/_X16 block. n < 2: the region (exactly
+   width pixels) is zero-filled and neither source, table nor matrix is read. */
+/* Bgr24 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Rgb24 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Bgr32 to linear Rgba128F: the Bgra32 loader itself, so the fourth byte becomes alpha (byte / 255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr32_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Bgra32 to linear Rgba128F, alpha A x (float nearest 1/255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                            int32_t dstStep, const ImageSize* size,
+                                                                            const float* table, int32_t n,
+                                                                            const float* matrix);
+/* Straight Bgra32 to Prgba128F: alpha A x (float nearest 1/255); the linear colour is multiplied by it after the matrix. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                             void* dst, int32_t dstStep,
+                                                                             const ImageSize* size, const float* table,
+                                                                             int32_t n, const float* matrix);
+/* Pbgra32 to Prgba128F: premultiplied codes linearized as they stand; alpha A x (float nearest 1/255). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                              void* dst, int32_t dstStep,
+                                                                              const ImageSize* size,
+                                                                              const float* table, int32_t n,
+                                                                              const float* matrix);
+/* Second generation of the above: identical colour; alpha the correctly rounded A / 255 (1 ulp apart for 126 codes). */
+VELMORA_API StatusCode VELMORA_CALL _ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4(const void* src, int32_t srcStep,
+                                                                               void* dst, int32_t dstStep,
+                                                                               const ImageSize* size,
+                                                                               const float* table, int32_t n,
+                                                                               const float* matrix);
+/* Gray8 to linear Rgba128F, alpha 1.0: v looked up once, the matrix applied to (v, v, v) (equals Bgr24 on grey). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Gray8_Rgba128F_SSE2_X16(const void* src, int32_t srcStep,
+                                                                            void* dst, int32_t dstStep,
+                                                                            const ImageSize* size, const float* table,
+                                                                            int32_t n, const float* matrix);
+/* Bgr24 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr24_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgb24 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb24_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgb48 to linear Rgba128F, alpha 1.0. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                           int32_t dstStep, const ImageSize* size,
+                                                                           const float* table, int32_t n,
+                                                                           const float* matrix);
+/* Rgb48 to linear Rgba64, alpha 65535. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgb48_Rgba64_SSE2_X4(const void* src, int32_t srcStep, void* dst,
+                                                                         int32_t dstStep, const ImageSize* size,
+                                                                         const float* table, int32_t n,
+                                                                         const float* matrix);
+/* Rgba64 to linear Rgba128F, alpha A x (float nearest 1/65535). */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgba64_Rgba128F_SSE2_X2(const void* src, int32_t srcStep, void* dst,
+                                                                            int32_t dstStep, const ImageSize* size,
+                                                                            const float* table, int32_t n,
+                                                                            const float* matrix);
+/* Rgba64 to linear Rgba64: alpha takes the float path (A / 65535, clamp, x 65535, round), which returns every A unchanged. */
+VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Rgba64_SSE2_X2(const void* src, int32_t srcStep, void* dst,
+                                                                   int32_t dstStep, const ImageSize* size,
+                                                                   const float* table, int32_t n,
+                                                                   const float* matrix);
+/* In-place Rgba64: if table16 (65536 entries) is not null, R, G, B = table16[code] on an OpenMP team (static rows,
+   OMP_NUM_THREADS honoured); then the matrix as above, rounded half to even with signed 16-bit saturation (above
+   32767 stores 32767, every negative result stores 0x8000); alpha keeps its 16 bits. Even widths 2 pixels a step, odd widths
+   1; no overrun. Returns StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, int32_t step, int32_t width,
+                                                               int32_t height, const uint16_t* table16,
+                                                               const float* matrix);
+
 
 /* ---- Pixel: sRGB transfer ------------------------------------------------ */
+/* All in place on four-float pixels (Rgb128F or Rgba128F), transforming all four lanes, alpha
+   included (the fourth float is treated as a fourth colour value). One pixel is one vector: no
+   overrun. Encoding: v < 0.0031308 ? 12.92 v : 1.055 v^(1/2.4) - 0.055; decoding:
+   v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055)^2.4. No checks, no result. */
+/* Linear to sRGB by the fast vector power; no clamp: above 1 follows the power (2 -> 1.353),
+   negatives the linear segment, NaN stays NaN. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by the runtime's powf per lane, input clamped to [0, 1] first (NaN -> 0). */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_2(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by a 1024-step table built on the call's stack, interpolated linearly; input
+   clamped to [0, 1]. The table is spaced 1/1023 but indexed by v x 1023.9999, so the curve is met
+   at v x 1024/1023: 1 is reached from v = 1023/1024 on. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve(float* data, int32_t step, const ImageSize* roi);
+/* The same function as XMImageRGBToSRGB_Rgb128F_SSE2_Curve under a second name. */
+VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(float* data, int32_t step, const ImageSize* roi);
+/* sRGB to linear by the fast vector power; no clamp: above 1 follows the power, negatives the
+   linear segment, NaN stays NaN. */
+VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi);
+/* sRGB to linear by the interpolated table, as the encoding _Curve (clamped; met at v x 1024/1023). */
+VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2_Curve(float* data, int32_t step, const ImageSize* roi);
+/* Linear to sRGB by the interpolated table on the rectangle of width x height pixels whose top
+   left pixel is (x, y): it starts at data + y x step bytes + x x 16 bytes, so a stretch of rows of
+   a plane is (x = 0, y = first row, width = plane width, height = row count). No checks. */
+VELMORA_API void VELMORA_CALL RGBToSRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                    int32_t height);
+/* sRGB to linear by the interpolated table on a rectangle, arguments as RGBToSRGB_Rgb128F_Lut. */
+VELMORA_API void VELMORA_CALL SRGBToRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                    int32_t height);
 
 
 /* ---- Pixel: channel swizzles --------------------------------------------- */
@@ -208,6 +329,59 @@ VELMORA_API StatusCode VELMORA_CALL ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(
 
 /* ---- Adjust: exposure, brightness, saturation, levels --------------------- */
 
+/* Exposure record, passed by value (five 32-bit words, 20 bytes on the 32-bit stack): amount in
+   stops; an optional plane of extra stops, one float per pixel, rows localStep bytes apart. */
+typedef struct ExposureParameter {
+    float amount;
+    const float* localMap;
+    int32_t localStep;
+    int32_t reserved[2]; /* accepted and not read */
+} ExposureParameter;
+
+/* General failure (0x80004005): only ImageAdjustExposureSelective_Rgba128F_SSE2 returns it. */
+#define StatusFailure ((StatusCode)0x80004005u)
+
+/* dst = src x 2^exposure on all four lanes (exp2f once per call), plain scalar loop. No checks; src may be dst. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi, float exposure);
+/* As ImageAdjustExposure_Rgba128F, one pixel per vector; bit-identical results. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposure_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                int32_t dstStep, const ImageSize* roi,
+                                                                float exposure);
+/* In place: every lane x powf(2, amount), or with a local map x powf(2, clamp(amount + local, -5, 5)) per
+   pixel. reserved, reserved1 and reserved2 are accepted and not read (their meaning is not settled). No checks. */
+VELMORA_API void VELMORA_CALL ImageAdjustExposureEtc_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                   int32_t height, ExposureParameter exposure,
+                                                                   ExposureParameter reserved, float reserved1,
+                                                                   float reserved2);
+/* In place, by tone band. t = sRGB-encoded ProPhoto luminance of the pixel (clamped to [0, 1]) indexes
+   1025-entry band tables (step 1/1024, linear interpolation): blacks e^(-50t^2), shadows
+   e^(-4.5t^2) - e^(-50t^2), midtones e^(-28.125(t-0.5)^2), highlights e^(-4.5(1-t)^2) - e^(-50(1-t)^2),
+   whites e^(-50(1-t)^2). Every lane x 2^clamp(amount + local + sum(band amount x weight), -5, 5): exactly 1
+   when everything is 0. StatusFailure (nothing touched) unless step is a multiple of 64; else StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL ImageAdjustExposureSelective_Rgba128F_SSE2(
+    float* image, int32_t step, const ImageSize* roi, ExposureParameter exposure, float blacks, float shadows,
+    float midtones, float highlights, float whites);
+/* Lightness power curve with Rec.709 luminance: L = CIE lightness / 100 of Y, L' = L x L whatever the amount
+   (the amount is not applied; the linear branch uses Y x 0.9032963), all lanes x (Y' + eps) / (Y + eps). */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F(const float* src, int32_t srcStep, float* dst,
+                                                             int32_t dstStep, const ImageSize* roi, float amount);
+/* Lightness power curve: L' = L^(2^amount) by the library's own polynomial log2 and 2^x, all lanes x
+   (Y' + eps) / (Y + eps). Four pixels per iteration; the last partial group touches only real pixels. */
+VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, const ImageSize* roi,
+                                                                  float amount);
+/* In place, every lane c = Y + (c - Y) x f, f = 1 + saturation + HSV saturation x vibrance (+ local), Y the
+   ProPhoto luminance; no clamp. |saturation|, |vibrance| < 1e-6 count as 0; all off and no map: untouched. */
+VELMORA_API void VELMORA_CALL ImageAdjustSaturation_Rgba128F_SSE2(float* image, int32_t step, int32_t width,
+                                                                  int32_t height, float saturation,
+                                                                  float vibrance, const float* localMap,
+                                                                  int32_t localStep);
+/* In place, every lane x = clamp((x - black) / (white - black), 0, 1); NaN becomes 0; white == black is not
+   guarded. */
+VELMORA_API void VELMORA_CALL ImageLevels_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                        float black, float white);
+
 
 /* ---- Adjust: curves ------------------------------------------------------- */
 /* Each sample of the width x height region at (x, y) (x in pixels) maps through a float table T with
@@ -258,6 +432,16 @@ VELMORA_API StatusCode VELMORA_CALL Curve4_32f_C4IR(float* data, int32_t step, i
                                              int32_t height, const float* table, float scale);
 
 /* ---- Adjust: Lab conversions ---------------------------------------------- */
+
+/* Blocked Lab128F: per four pixels of a row, 16 floats: L* x4, a* x4, b* x4, then 116 f(lane 4) - 16 x4. */
+/* In place, linear ProPhoto RGB (D50) to Lab128F (D50 white 0.96422, 1, 0.82521). Rows go in whole blocks
+   of four pixels: overrun up to three pixels past the width, read and rewritten. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
+/* In place, Lab128F to linear ProPhoto RGB with lane 4 = 0; Y takes the linear branch only for L* <= 0.008856452
+   (deliberately L*, not kappa x eps). Whole blocks of four pixels: overrun up to three pixels. No checks. */
+VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
+                                                                       const ImageSize* roi);
 
 
 /* ---- Filter ---------------------------------------------------------------- */

@@ -24,6 +24,8 @@ template <>
 struct Arg32<double> : std::integral_constant<int, 8> {};
 template <>
 struct Arg32<ImageSize> : std::integral_constant<int, 8> {};
+template <>
+struct Arg32<ExposureParameter> : std::integral_constant<int, 20> {};
 
 template <class R, class... Args>
 constexpr int ArgBlock32(R(VELMORA_CALL*)(Args...)) {

@@ -1,0 +1,201 @@
+// sRGB transfer in place on four-float pixels, three ways side by side because they differ in
+// cost and in the exact values they produce: the fast vector power (no clamp), the runtime's
+// powf per lane (clamped), and a 1024-step table with linear interpolation (clamped).
+// All four lanes are transformed, alpha included: the kernels treat the fourth float as a fourth
+// colour value. A pixel is exactly one vector, so nothing outside the region is read or written.
+#include <emmintrin.h>
+
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/frame.h"
+#include "core/vec4.h"
+#include "core/xmmath.h"
+
+namespace velmora::pixel {
+namespace {
+
+constexpr float kEncodeThreshold = 0.0031308f;
+constexpr float kEncodeSlope = 12.92f;
+constexpr float kEncodeScale = 1.055f;
+constexpr float kEncodeOffset = 0.055f;
+constexpr float kEncodeExponent = 0.41666666f;  // the float nearest 1/2.4
+constexpr float kDecodeThreshold = 0.04045f;
+constexpr float kDecodeSlope = 0.07739938f;     // the float nearest 1/12.92
+constexpr float kDecodeScale = 0.9478673f;      // the float nearest 1/1.055
+constexpr float kDecodeOffset = 0.052132703f;   // the float nearest 0.055/1.055
+constexpr float kDecodeExponent = 2.4f;
+static_assert(std::bit_cast<uint32_t>(kEncodeExponent) == 0x3ED55555u);
+
+// ---- Formula kernels ------------------------------------------------------------------------
+
+// Negative values take the linear branch and values above 1 the power branch; NaN fails the
+// comparison and so takes the power branch, which keeps it NaN.
+inline __m128 EncodeByFormula(__m128 v) {
+    const __m128 linear = _mm_cmplt_ps(v, v4::Set1(kEncodeThreshold));
+    const __m128 power = _mm_sub_ps(_mm_mul_ps(v4::Set1(kEncodeScale), XMVectorPowFast(v, v4::Set1(kEncodeExponent))),
+                                    v4::Set1(kEncodeOffset));
+    return v4::Select(power, _mm_mul_ps(v, v4::Set1(kEncodeSlope)), linear);
+}
+
+// The power's base is (v + 0.055) / 1.055, formed as a sum and then a product by the reciprocal.
+// NaN fails the comparison and takes the linear branch, which keeps it NaN.
+inline __m128 DecodeByFormula(__m128 v) {
+    const __m128 base = _mm_mul_ps(_mm_add_ps(v, v4::Set1(kEncodeOffset)), v4::Set1(kDecodeScale));
+    const __m128 power = XMVectorPowFast(base, v4::Set1(kDecodeExponent));
+    const __m128 high = _mm_cmplt_ps(v4::Set1(kDecodeThreshold), v);
+    return v4::Select(_mm_mul_ps(v, v4::Set1(kDecodeSlope)), power, high);
+}
+
+// The accurate encoder: clamped first (NaN becomes 0), then the runtime's powf on each lane.
+inline __m128 EncodeByPowf(__m128 v) {
+    v = v4::Clamp01(v);
+    alignas(16) float lane[4];
+    _mm_store_ps(lane, v);
+    // The results are gathered in registers: storing four floats and reloading them as one
+    // vector would stall on store forwarding once per pixel.
+    const __m128 pow = _mm_setr_ps(std::pow(lane[0], kEncodeExponent), std::pow(lane[1], kEncodeExponent),
+                                   std::pow(lane[2], kEncodeExponent), std::pow(lane[3], kEncodeExponent));
+    const __m128 power = _mm_sub_ps(_mm_mul_ps(v4::Set1(kEncodeScale), pow), v4::Set1(kEncodeOffset));
+    const __m128 linear = _mm_cmplt_ps(v, v4::Set1(kEncodeThreshold));
+    return v4::Select(power, _mm_mul_ps(v, v4::Set1(kEncodeSlope)), linear);
+}
+
+// Runs pixel_fn over every pixel of the rows. Four pixels a step give the processor four
+// independent log/exp chains to overlap; the remaining pixels go one at a time through the same
+// function, so the tail's values equal the body's.
+template <class PixelFn>
+void TransformRows(float* data, int32_t step, int32_t width, int32_t height, PixelFn pixel_fn) {
+    for (int32_t y = 0; y < height; ++y) {
+        float* p = frame::Row(data, step, y);
+        int32_t x = 0;
+        for (; x + 4 <= width; x += 4, p += 16) {
+            const __m128 a = pixel_fn(v4::Load(p)), b = pixel_fn(v4::Load(p + 4));
+            const __m128 c = pixel_fn(v4::Load(p + 8)), d = pixel_fn(v4::Load(p + 12));
+            v4::Store(p, a);
+            v4::Store(p + 4, b);
+            v4::Store(p + 8, c);
+            v4::Store(p + 12, d);
+        }
+        for (; x < width; ++x, p += 4) v4::Store(p, pixel_fn(v4::Load(p)));
+    }
+}
+
+// ---- Table kernels --------------------------------------------------------------------------
+
+// 1024 steps of 1/1023 and a guard entry repeating the last one. The index is the clamped value
+// times 1023.9999 (two float steps below 1024), so it never exceeds 1023 and k + 1 is always a
+// valid entry. Table spacing and index scale differ by 1024/1023 on purpose: the results meet
+// the curve at v x 1024/1023.
+constexpr int kTableSteps = 1024;
+constexpr int kTableEntries = kTableSteps + 1;
+constexpr float kTableSpacing = 0.0009775171f;  // the float nearest 1/1023
+constexpr float kIndexScale = 1023.9999f;
+static_assert(std::bit_cast<uint32_t>(kIndexScale) == 0x447FFFFEu);
+
+enum class Direction { Encode, Decode };
+
+template <Direction D>
+float TableEntry(float x) {
+    if (x <= 0.0f) return 0.0f;
+    if constexpr (D == Direction::Encode) {
+        if (x <= kEncodeThreshold) return x * kEncodeSlope;
+        if (x >= 1.0f) return 1.0f;
+        return kEncodeScale * std::pow(x, kEncodeExponent) - kEncodeOffset;
+    } else {
+        if (x <= kDecodeThreshold) return x * kDecodeSlope;
+        if (x >= 1.0f) return 1.0f;
+        return std::pow(x * kDecodeScale + kDecodeOffset, kDecodeExponent);
+    }
+}
+
+// One 64-byte cache line holds 16 entries; aligning the table makes every line a whole one.
+struct alignas(64) Table {
+    float entry[kTableEntries];
+};
+
+template <Direction D>
+void BuildTable(Table& table) {
+    for (int i = 0; i < kTableSteps; ++i) table.entry[i] = TableEntry<D>(static_cast<float>(i) * kTableSpacing);
+    table.entry[kTableSteps] = table.entry[kTableSteps - 1];
+    // One read per cache line brings the whole table in before the pixel loop needs it. The reads
+    // are volatile so that the compiler keeps them although their values go unused.
+    const volatile float* touch = table.entry;
+    for (int i = 0; i < kTableEntries; i += 16) (void)touch[i];
+}
+
+// T[k] + (T[k + 1] - T[k]) x f per lane. Each lane's pair of neighbouring entries comes in with
+// one 8-byte load, and two unpacks sort the four pairs into a vector of T[k] and one of T[k + 1].
+inline __m128 Interpolate(const Table& table, __m128 v) {
+    const __m128 pos = _mm_mul_ps(v4::Clamp01(v), v4::Set1(kIndexScale));
+    const __m128i k = _mm_cvttps_epi32(pos);
+    const __m128 f = _mm_sub_ps(pos, _mm_cvtepi32_ps(k));
+    auto pair = [&](int lane_index) {
+        return _mm_castsi128_ps(v4::Load64(table.entry + lane_index));
+    };
+    const __m128 p0 = pair(_mm_cvtsi128_si32(k));
+    const __m128 p1 = pair(_mm_cvtsi128_si32(_mm_shuffle_epi32(k, _MM_SHUFFLE(1, 1, 1, 1))));
+    const __m128 p2 = pair(_mm_cvtsi128_si32(_mm_shuffle_epi32(k, _MM_SHUFFLE(2, 2, 2, 2))));
+    const __m128 p3 = pair(_mm_cvtsi128_si32(_mm_shuffle_epi32(k, _MM_SHUFFLE(3, 3, 3, 3))));
+    const __m128 p01 = _mm_unpacklo_ps(p0, p1);  // T[k0], T[k1], T[k0 + 1], T[k1 + 1]
+    const __m128 p23 = _mm_unpacklo_ps(p2, p3);
+    const __m128 lo = _mm_movelh_ps(p01, p23);
+    const __m128 hi = _mm_movehl_ps(p23, p01);
+    return _mm_add_ps(lo, _mm_mul_ps(_mm_sub_ps(hi, lo), f));
+}
+
+template <Direction D>
+void TableRows(float* data, int32_t step, int32_t width, int32_t height) {
+    Table table;
+    BuildTable<D>(table);
+    TransformRows(data, step, width, height, [&](__m128 v) { return Interpolate(table, v); });
+}
+
+// The top left pixel of the rectangle at (x, y), formed in pointer width.
+float* PixelAt(float* data, int32_t step, int32_t x, int32_t y) {
+    return frame::Row(data, step, y) + static_cast<std::ptrdiff_t>(x) * 4;
+}
+
+}  // namespace
+}  // namespace velmora::pixel
+
+using namespace velmora::pixel;
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
+    TransformRows(data, step, roi->width, roi->height, EncodeByFormula);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_2(float* data, int32_t step, const ImageSize* roi) {
+    TransformRows(data, step, roi->width, roi->height, EncodeByPowf);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve(float* data, int32_t step,
+                                                                          const ImageSize* roi) {
+    TableRows<Direction::Encode>(data, step, roi->width, roi->height);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(float* data, int32_t step,
+                                                                            const ImageSize* roi) {
+    XMImageRGBToSRGB_Rgb128F_SSE2_Curve(data, step, roi);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
+    TransformRows(data, step, roi->width, roi->height, DecodeByFormula);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2_Curve(float* data, int32_t step,
+                                                                          const ImageSize* roi) {
+    TableRows<Direction::Decode>(data, step, roi->width, roi->height);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL RGBToSRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y,
+                                                               int32_t width, int32_t height) {
+    TableRows<Direction::Encode>(PixelAt(data, step, x, y), step, width, height);
+}
+
+extern "C" VELMORA_API void VELMORA_CALL SRGBToRGB_Rgb128F_Lut(float* data, int32_t step, int32_t x, int32_t y,
+                                                               int32_t width, int32_t height) {
+    TableRows<Direction::Decode>(PixelAt(data, step, x, y), step, width, height);
+}

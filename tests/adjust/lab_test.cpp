@@ -1,0 +1,229 @@
+// Lab conversions against a double-precision reference and Little CMS, on guarded planes whose
+// rows hold whole blocks of four pixels (the conversions' documented overrun) and nothing more.
+#include <lcms2.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "reference/lab.h"
+#include "support/shapes.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+using vt::GuardedPlane;
+using vt::Shape;
+
+// The kernel's cube roots are xsimd's exp(log(t) / 3) in float; a* magnifies f's error by 500.
+constexpr double kLabTolerance = 1e-4;
+// From Lab the cubes are exact products but the matrix's opposite-signed terms cancel.
+constexpr double kRgbTolerance = 2e-6;
+// Both ways in float, values in [0, 1]: the forward error of f grows by 3 through the cube.
+constexpr double kRoundTripTolerance = 4e-6;
+
+float Uniform(std::mt19937& rng, float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(rng); }
+
+int64_t BlockBytes(const Shape& s) { return vt::RowBytes(s.width, 4, 16); }
+int Pixels(const Shape& s) { return static_cast<int>(BlockBytes(s) / 16); }  // whole blocks, overrun included
+
+struct Plane {
+    GuardedPlane plane;
+    explicit Plane(const Shape& s)
+        : plane(BlockBytes(s), s.height, vt::StepFor(s, BlockBytes(s), s.pad_dst), s.placement) {
+        plane.FillRandomBytes(s.seed + 3);
+    }
+    float* row(int y) const { return plane.RowAs<float>(y); }
+};
+
+// Component c (0 L*, 1 a*, 2 b*, 3 fourth lane) of pixel x in a blocked row.
+float& BlockAt(float* row, int x, int c) { return row[16 * (x / 4) + 4 * c + x % 4]; }
+
+// Linear RGB: mostly [0, 1], with black, white, deep shadows under the linear segment of f, and
+// a few values a little outside the range.
+float RandomLinear(std::mt19937& rng) {
+    switch (rng() % 12) {
+        case 0: return 0.0f;
+        case 1: return 1.0f;
+        case 2: return Uniform(rng, 0.0f, 0.01f);
+        case 3: return Uniform(rng, -0.02f, 1.1f);
+        default: return Uniform(rng, 0.0f, 1.0f);
+    }
+}
+
+::testing::AssertionResult Near(double got, double want, double tolerance, int x, int y, int c) {
+    if (std::fabs(got - want) <= tolerance) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "row " << y << " pixel " << x << " component " << c << ": got " << got
+                                         << ", want " << want;
+}
+
+TEST(ToLab, MatchesReferenceOnRandomShapes) {
+    for (const Shape& s : vt::RandomShapes(701, 150)) {
+        SCOPED_TRACE(vt::Describe(s));
+        Plane image(s);
+        std::mt19937 rng(s.seed);
+        image.plane.FillRows<float>([&](int, int64_t) { return RandomLinear(rng); });
+        std::vector<ref::Lab> want;
+        for (int y = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x) {
+                const float* p = image.row(y) + 4 * x;
+                want.push_back(ref::ProPhotoToLab(p[0], p[1], p[2], p[3]));
+            }
+        const auto before = image.plane.Snapshot();
+        const ImageSize roi{s.width, s.height};
+        XMImageConvertToLab_ProPhotoRgb128F_SSE2(image.row(0), image.plane.step(), &roi);
+        EXPECT_TRUE(image.plane.OnlyRowsChanged(before, BlockBytes(s)));
+        for (int y = 0, i = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x, ++i) {
+                const double w[4] = {want[i].l, want[i].a, want[i].b, want[i].w};
+                for (int c = 0; c < 4; ++c) ASSERT_TRUE(Near(BlockAt(image.row(y), x, c), w[c], kLabTolerance, x, y, c));
+            }
+    }
+}
+
+TEST(FromLab, MatchesReferenceOnRandomShapes) {
+    for (const Shape& s : vt::RandomShapes(702, 150)) {
+        SCOPED_TRACE(vt::Describe(s));
+        Plane image(s);
+        std::mt19937 rng(s.seed);
+        // L* across its range, with extra weight between epsilon and 8 where the deliberate
+        // threshold differs from the textbook one; a* and b* within the usual gamut.
+        for (int y = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x) {
+                const int kind = rng() % 4;
+                BlockAt(image.row(y), x, 0) = kind == 0 ? Uniform(rng, -0.01f, 8.0f) : Uniform(rng, 0.0f, 100.0f);
+                BlockAt(image.row(y), x, 1) = kind == 1 ? 0.0f : Uniform(rng, -80.0f, 80.0f);
+                BlockAt(image.row(y), x, 2) = kind == 1 ? 0.0f : Uniform(rng, -80.0f, 80.0f);
+                BlockAt(image.row(y), x, 3) = Uniform(rng, 0.0f, 100.0f);
+            }
+        std::vector<ref::Rgb> want;
+        for (int y = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x)
+                want.push_back(ref::LabToProPhoto(BlockAt(image.row(y), x, 0), BlockAt(image.row(y), x, 1),
+                                                  BlockAt(image.row(y), x, 2)));
+        const auto before = image.plane.Snapshot();
+        const ImageSize roi{s.width, s.height};
+        XMImageConvertToProPhotoRGB_Lab128F_SSE2(image.row(0), image.plane.step(), &roi);
+        EXPECT_TRUE(image.plane.OnlyRowsChanged(before, BlockBytes(s)));
+        for (int y = 0, i = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x, ++i) {
+                const float* p = image.row(y) + 4 * x;
+                const double w[3] = {want[i].r, want[i].g, want[i].b};
+                for (int c = 0; c < 3; ++c) ASSERT_TRUE(Near(p[c], w[c], kRgbTolerance, x, y, c));
+                ASSERT_EQ(p[3], 0.0f) << "fourth lane, pixel " << x;
+            }
+    }
+}
+
+// Colours with L* above 8 come back within float rounding. Darker ones do not: the inverse takes
+// the cube for any L* above epsilon, which Regression_DarkColoursComeBackLighter pins down.
+TEST(LabRoundTrip, ReturnsTheColourAndClearsTheFourthLane) {
+    int checked = 0;
+    for (const Shape& s : vt::RandomShapes(703, 60)) {
+        SCOPED_TRACE(vt::Describe(s));
+        Plane image(s);
+        std::mt19937 rng(s.seed);
+        image.plane.FillRows<float>([&](int, int64_t) { return RandomLinear(rng); });
+        std::vector<float> before;
+        for (int y = 0; y < s.height; ++y) before.insert(before.end(), image.row(y), image.row(y) + 4 * Pixels(s));
+        const ImageSize roi{s.width, s.height};
+        XMImageConvertToLab_ProPhotoRgb128F_SSE2(image.row(0), image.plane.step(), &roi);
+        XMImageConvertToProPhotoRGB_Lab128F_SSE2(image.row(0), image.plane.step(), &roi);
+        for (int y = 0, i = 0; y < s.height; ++y)
+            for (int x = 0; x < Pixels(s); ++x, i += 4) {
+                const float* p = image.row(y) + 4 * x;
+                ASSERT_EQ(p[3], 0.0f);
+                if (ref::ProPhotoToLab(before[i], before[i + 1], before[i + 2], 0).l <= 8.0) continue;
+                ++checked;
+                for (int c = 0; c < 3; ++c) ASSERT_TRUE(Near(p[c], before[i + c], kRoundTripTolerance, x, y, c));
+            }
+    }
+    EXPECT_GT(checked, 1000);
+}
+
+TEST(LabRoundTrip, Regression_DarkColoursComeBackLighter) {
+    // Grey at Y = 0.005 has L* = 4.52 (straight segment); back, Y = ((4.52 + 16) / 116)^3 = 0.00661.
+    alignas(16) float block[16] = {0.005f, 0.005f, 0.005f, 0.0f, 0.5f, 0.5f, 0.5f, 0.0f,
+                                   0.005f, 0.005f, 0.005f, 0.0f, 0.5f, 0.5f, 0.5f, 0.0f};
+    const ImageSize roi{4, 1};
+    XMImageConvertToLab_ProPhotoRgb128F_SSE2(block, 64, &roi);
+    EXPECT_NEAR(block[0], 903.2963 * 0.005, 1e-3);
+    XMImageConvertToProPhotoRGB_Lab128F_SSE2(block, 64, &roi);
+    const double l = 903.2963 * 0.005;
+    const double y_back = std::pow((l + 16) / 116, 3);
+    EXPECT_NEAR(0.2880402 * block[0] + 0.7118741 * block[1] + 8.57e-05 * block[2], y_back, 2e-6);
+    EXPECT_NEAR(block[4], 0.5f, kRoundTripTolerance);
+}
+
+TEST(LabStatedValues, WhiteBlackAndTheLightnessThresholdOfTheInverse) {
+    alignas(16) float block[16] = {1, 1, 1, 1, 0, 0, 0, 0, 0.5f, 0.5f, 0.5f, 0.5f, 0.2f, 0.4f, 0.1f, 1.0f};
+    const ImageSize roi{4, 1};
+    XMImageConvertToLab_ProPhotoRgb128F_SSE2(block, 64, &roi);
+    EXPECT_NEAR(block[0], 100.0f, 2e-4f);  // white
+    EXPECT_NEAR(block[4], 0.0f, 2e-3f);
+    EXPECT_NEAR(block[8], 0.0f, 2e-3f);
+    EXPECT_EQ(block[1], 0.0f);  // black, through the straight segment: exactly 0
+    EXPECT_EQ(block[5], 0.0f);
+    EXPECT_EQ(block[9], 0.0f);
+    EXPECT_NEAR(block[12], 100.0f, 2e-4f);  // fourth lane 1 of pixel 0
+    EXPECT_EQ(block[13], 0.0f);             // fourth lane 0 of pixel 1
+
+    // L* = 5 takes the cube (5 > epsilon): Y = (21 / 116)^3, not 5 / kappa; L* = 0.008 takes the
+    // straight segment. Y is read back through the forward matrix's Y row.
+    alignas(16) float lab[16] = {5.0f, 0.008f, 50.0f, 100.0f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    XMImageConvertToProPhotoRGB_Lab128F_SSE2(lab, 64, &roi);
+    auto y_of = [&](int k) { return 0.2880402 * lab[4 * k] + 0.7118741 * lab[4 * k + 1] + 8.57e-05 * lab[4 * k + 2]; };
+    EXPECT_NEAR(y_of(0), std::pow(21.0 / 116.0, 3), 1e-6);
+    EXPECT_NEAR(y_of(1), 0.008 / 903.2963, 1e-9);
+    EXPECT_NEAR(y_of(2), std::pow(66.0 / 116.0, 3), 2e-6);
+    EXPECT_NEAR(y_of(3), 1.0, 2e-6);
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(lab[12 + c], 1.0f, 2e-5f) << "white, channel " << c;
+}
+
+// Little CMS with a linear ProPhoto profile (ROMM primaries, D50, gamma 1) to Lab D50. Its D50
+// (0.9642, 1, 0.8249) differs from ours in the fourth digit, so the bound is 0.1 in each of L*,
+// a*, b*; the measured maximum is printed.
+TEST(LabAgainstLittleCms, AgreesWithinATenthOnAColourGrid) {
+    const cmsCIExyYTRIPLE romm = {{0.7347, 0.2653, 1.0}, {0.1596, 0.8404, 1.0}, {0.0366, 0.0001, 1.0}};
+    cmsToneCurve* linear = cmsBuildGamma(nullptr, 1.0);
+    cmsToneCurve* curves[3] = {linear, linear, linear};
+    cmsHPROFILE rgb = cmsCreateRGBProfile(cmsD50_xyY(), &romm, curves);
+    cmsHPROFILE lab = cmsCreateLab4Profile(cmsD50_xyY());
+    cmsHTRANSFORM to_lab = cmsCreateTransform(rgb, TYPE_RGB_FLT, lab, TYPE_Lab_FLT, INTENT_RELATIVE_COLORIMETRIC,
+                                              cmsFLAGS_NOCACHE | cmsFLAGS_NOOPTIMIZE);
+    ASSERT_NE(to_lab, nullptr);
+
+    constexpr int kSteps = 17;  // 17^3 colours, every corner and edge of the cube included
+    std::vector<float> rgb_in, image;
+    for (int r = 0; r < kSteps; ++r)
+        for (int g = 0; g < kSteps; ++g)
+            for (int b = 0; b < kSteps; ++b) {
+                const float v[3] = {r / float(kSteps - 1), g / float(kSteps - 1), b / float(kSteps - 1)};
+                rgb_in.insert(rgb_in.end(), v, v + 3);
+                image.insert(image.end(), {v[0], v[1], v[2], 0.0f});
+            }
+    const int n = kSteps * kSteps * kSteps;
+    image.resize(static_cast<size_t>((n + 3) / 4 * 16), 0.0f);  // whole blocks
+    std::vector<float> want(3 * static_cast<size_t>(n));
+    cmsDoTransform(to_lab, rgb_in.data(), want.data(), n);
+    const ImageSize roi{n, 1};
+    XMImageConvertToLab_ProPhotoRgb128F_SSE2(image.data(), static_cast<int32_t>(image.size() * 4), &roi);
+
+    double worst[3] = {0, 0, 0};
+    for (int x = 0; x < n; ++x)
+        for (int c = 0; c < 3; ++c) {
+            const double d = std::fabs(BlockAt(image.data(), x, c) - want[3 * x + c]);
+            worst[c] = std::max(worst[c], d);
+            ASSERT_LE(d, 0.1) << "colour " << x << " component " << c;
+        }
+    std::printf("largest difference from Little CMS: L* %.4f a* %.4f b* %.4f\n", worst[0], worst[1], worst[2]);
+
+    cmsDeleteTransform(to_lab);
+    cmsCloseProfile(lab);
+    cmsCloseProfile(rgb);
+    cmsFreeToneCurve(linear);
+}
+
+}  // namespace

@@ -1,0 +1,370 @@
+// Linearizing loaders against the scalar reference: every source format, identity and mixing
+// matrices, tables on guard pages, block overruns, the n < 2 guard path and the in-place member.
+#include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "reference/linearize.h"
+#include "support/compare.h"
+#include "support/shapes.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+namespace rl = ref::linearize;
+using rl::AlphaRule;
+
+using Loader = StatusCode(VELMORA_CALL*)(const void*, int32_t, void*, int32_t, const ImageSize*, const float*, int32_t,
+                                         const float*);
+
+struct Case {
+    const char* name;
+    Loader call;
+    rl::Layout layout;
+    int block;
+    bool words;  // Rgba64 destination (else Rgba128F)
+};
+
+// Element offsets are in bytes for 8-bit sources and in 16-bit words for 16-bit ones.
+constexpr rl::Layout kBgr24{3, 2, 1, 0, -1, false, AlphaRule::Opaque, false};
+constexpr rl::Layout kRgb24{3, 0, 1, 2, -1, false, AlphaRule::Opaque, false};
+constexpr rl::Layout kBgra32{4, 2, 1, 0, 3, false, AlphaRule::Scaled, false};
+constexpr rl::Layout kBgra32Premultiply{4, 2, 1, 0, 3, false, AlphaRule::Scaled, true};
+constexpr rl::Layout kPbgra32Divided{4, 2, 1, 0, 3, false, AlphaRule::Divided, false};
+constexpr rl::Layout kGray8{1, 0, 0, 0, -1, false, AlphaRule::Opaque, false};
+constexpr rl::Layout kRgb48{6, 0, 1, 2, -1, true, AlphaRule::Opaque, false};
+constexpr rl::Layout kRgba64{8, 0, 1, 2, 3, true, AlphaRule::Scaled, false};
+
+const Case kCases[] = {
+    {"Bgr24_Rgba128F", ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4, kBgr24, 4, false},
+    {"Rgb24_Rgba128F", ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4, kRgb24, 4, false},
+    {"Bgr32_Rgba128F", ImageToLinearRGB_Bgr32_Rgba128F_SSE2_X4, kBgra32, 4, false},
+    {"Bgra32_Rgba128F", ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4, kBgra32, 4, false},
+    {"Bgra32_Prgba128F", ImageToLinearRGB_Bgra32_Prgba128F_SSE2_X4, kBgra32Premultiply, 4, false},
+    {"Pbgra32_Prgba128F", ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, kBgra32, 4, false},
+    {"Pbgra32_Prgba128F_2nd", _ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, kPbgra32Divided, 4, false},
+    {"Gray8_Rgba128F", ImageToLinearRGB_Gray8_Rgba128F_SSE2_X16, kGray8, 16, false},
+    {"Bgr24_Rgba64", ImageToLinearRGB_Bgr24_Rgba64_SSE2_X4, kBgr24, 4, true},
+    {"Rgb24_Rgba64", ImageToLinearRGB_Rgb24_Rgba64_SSE2_X4, kRgb24, 4, true},
+    {"Rgb48_Rgba128F", ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4, kRgb48, 4, false},
+    {"Rgb48_Rgba64", ImageToLinearRGB_Rgb48_Rgba64_SSE2_X4, kRgb48, 4, true},
+    {"Rgba64_Rgba128F", ImageToLinearRGB_Rgba64_Rgba128F_SSE2_X2, kRgba64, 2, false},
+    {"Rgba64_Rgba64", ImageToLinearRGB_Rgba64_SSE2_X2, kRgba64, 2, true},
+};
+
+int DstPixelBytes(const Case& c) { return c.words ? 8 : 16; }
+int SrcElementBytes(const Case& c) { return c.layout.sixteen ? 2 : 1; }
+
+constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+// Mixes every channel into every other with negative terms, so outputs leave [0, 1] both ways.
+constexpr float kMixing[9] = {1.35f, -0.28f, 0.05f, -0.42f, 1.31f, -0.61f, 0.19f, -0.03f, 1.62f};
+
+// A plane that holds only `values` with a guard page right after the last one, so reading one
+// float past the caller's table or matrix faults.
+template <class T>
+struct GuardedArray {
+    explicit GuardedArray(const std::vector<T>& values)
+        : plane(static_cast<int64_t>(values.size() * sizeof(T)), 1, static_cast<int32_t>(values.size() * sizeof(T)),
+                vt::Placement::End, 1) {
+        std::memcpy(plane.data(), values.data(), values.size() * sizeof(T));
+    }
+    const T* data() const { return plane.As<T>(); }
+    vt::GuardedPlane plane;
+};
+
+std::vector<float> RandomTable(int n, std::mt19937& rng) {
+    std::uniform_real_distribution<float> d(-0.25f, 1.25f);
+    std::vector<float> t(n);
+    for (float& v : t) v = d(rng);
+    return t;
+}
+
+// Calls the loader on the planes and compares every touched pixel (the row rounded up to the
+// block) with the reference computed from the same source bytes, overrun bytes included.
+::testing::AssertionResult LoadMatches(const Case& c, const vt::GuardedPlane& src, vt::GuardedPlane& dst, int width,
+                                       int height, const float* table, int n, const float* matrix) {
+    const ImageSize roi{width, height};
+    const auto before = dst.Snapshot();
+    if (c.call(src.data(), src.step(), dst.data(), dst.step(), &roi, table, n, matrix) != StatusOk)
+        return ::testing::AssertionFailure() << "status";
+    const int64_t touched_bytes = vt::RowBytes(width, c.block, DstPixelBytes(c));
+    if (auto r = dst.OnlyRowsChanged(before, touched_bytes); !r) return r;
+    const int touched = static_cast<int>(touched_bytes / DstPixelBytes(c));
+    for (int y = 0; y < height && touched > 0; ++y) {
+        ::testing::AssertionResult r = ::testing::AssertionSuccess();
+        if (c.words) {
+            const auto want = rl::LoadRowWords(src.Row(y), touched, c.layout, table, n, matrix);
+            r = vt::RowsMatch([&](int) { return dst.RowAs<const uint16_t>(y); }, 1, 4 * int64_t{touched}, want);
+        } else {
+            const auto want = rl::LoadRowFloat(src.Row(y), touched, c.layout, table, n, matrix);
+            r = vt::RowsMatch([&](int) { return dst.RowAs<const float>(y); }, 1, 4 * int64_t{touched}, want);
+        }
+        if (!r) return r << " (row " << y << ")";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+class LinearizingLoader : public ::testing::TestWithParam<Case> {};
+
+TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
+    const Case& c = GetParam();
+    const int table_sizes[] = {2, 256, 4096, 65536, 1021, 1022, 2049, 2050, 3};
+    int index = 0;
+    for (const vt::Shape& s : vt::RandomShapes(0x11ea, 40, 150, 5)) {
+        SCOPED_TRACE(vt::Describe(s));
+        std::mt19937 rng(s.seed);
+        const int n = table_sizes[index % std::size(table_sizes)];
+        SCOPED_TRACE(testing::Message() << "n " << n);
+        const GuardedArray<float> table(RandomTable(n, rng));
+        const GuardedArray<float> matrix(
+            std::vector<float>(index % 2 ? kMixing : kIdentity, (index % 2 ? kMixing : kIdentity) + 9));
+        ++index;
+        const int64_t src_row = vt::RowBytes(s.width, c.block, c.layout.pixel_bytes);
+        const int64_t dst_row = vt::RowBytes(s.width, c.block, DstPixelBytes(c));
+        const int src_align = SrcElementBytes(c), dst_align = c.words ? 2 : 4;
+        vt::GuardedPlane src(src_row, s.height, vt::StepFor(s, src_row, s.pad_src, src_align), s.placement, src_align);
+        vt::GuardedPlane dst(dst_row, s.height, vt::StepFor(s, dst_row, s.pad_dst, dst_align), s.placement, dst_align);
+        src.FillRandomBytes(s.seed);
+        EXPECT_TRUE(LoadMatches(c, src, dst, s.width, s.height, table.data(), n, matrix.data()));
+    }
+}
+
+// Every table size from 2 to 4096 with the table's last entry against a guard page, on a row
+// holding the top code, its neighbours and zero in every channel: the sizes whose top code
+// would round onto n - 1 must not read T[n], every other size gives exactly the plain formula.
+TEST_P(LinearizingLoader, EveryTableSizeStaysInsideTheTable) {
+    const Case& c = GetParam();
+    const int width = 16, top = c.layout.sixteen ? 65535 : 255;
+    vt::GuardedPlane src(int64_t{width} * c.layout.pixel_bytes, 1, width * c.layout.pixel_bytes, vt::Placement::End, 1);
+    vt::GuardedPlane dst(int64_t{width} * DstPixelBytes(c), 1, width * DstPixelBytes(c), vt::Placement::End, 1);
+    const int codes[] = {top, top - 1, 0, top, top - 2, top / 2, top, 1};
+    const int elements = width * c.layout.pixel_bytes / SrcElementBytes(c);
+    for (int i = 0; i < elements; ++i) {
+        const int code = codes[i % std::size(codes)];
+        if (c.layout.sixteen)
+            src.As<uint16_t>()[i] = static_cast<uint16_t>(code);
+        else
+            src.As<uint8_t>()[i] = static_cast<uint8_t>(code);
+    }
+    std::mt19937 rng(4);
+    for (int n = 2; n <= 4096; ++n) {
+        SCOPED_TRACE(testing::Message() << "n " << n);
+        const GuardedArray<float> table(RandomTable(n, rng));
+        ASSERT_TRUE(LoadMatches(c, src, dst, width, 1, table.data(), n, kMixing));
+    }
+}
+
+// Fewer than two entries: the region is cleared to zero (exactly width pixels) and the source,
+// table and matrix are never read; here all three point into a no-access page.
+TEST_P(LinearizingLoader, TableOfFewerThanTwoEntriesClearsTheRegionReadingNothing) {
+    const Case& c = GetParam();
+    const long page = sysconf(_SC_PAGESIZE);
+    void* none = mmap(nullptr, page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(none, MAP_FAILED);
+    for (int n : {1, 0, -3}) {
+        for (int width : {1, 5, 19}) {
+            SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
+            const int32_t step = (width * DstPixelBytes(c) + 40 + 15) / 16 * 16;
+            vt::GuardedPlane dst(step, 3, step, vt::Placement::End, 1);
+            const auto before = dst.Snapshot();
+            const ImageSize roi{width, 3};
+            EXPECT_EQ(c.call(none, 64, dst.data(), step, &roi, static_cast<const float*>(none), n,
+                             static_cast<const float*>(none)),
+                      StatusOk);
+            EXPECT_TRUE(dst.OnlyRowsChanged(before, int64_t{width} * DstPixelBytes(c)));
+            for (int y = 0; y < 3; ++y)
+                for (int i = 0; i < width * DstPixelBytes(c); ++i) ASSERT_EQ(dst.Row(y)[i], 0) << y << " " << i;
+        }
+    }
+    munmap(none, page);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllFormats, LinearizingLoader, ::testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// Runs a loader on one packed row of `width` pixels (already a block multiple).
+template <class Out>
+std::vector<Out> LoadPacked(Loader call, const std::vector<uint8_t>& src, int width, int dst_pixel_bytes,
+                            const std::vector<float>& table, const float* matrix) {
+    std::vector<Out> out(size_t(width) * dst_pixel_bytes / sizeof(Out));
+    const ImageSize roi{width, 1};
+    call(src.data(), static_cast<int32_t>(src.size()), out.data(), width * dst_pixel_bytes, &roi, table.data(),
+         static_cast<int32_t>(table.size()), matrix);
+    return out;
+}
+
+std::vector<float> Ramp(int n) {
+    std::vector<float> t(n);
+    for (int i = 0; i < n; ++i) t[i] = static_cast<float>(i) / static_cast<float>(n - 1);
+    return t;
+}
+
+// With T[i] = i / (n - 1) the top code stays strictly below T[n-1] = 1, for the sizes whose
+// margin holds and for the large ones where the position is pulled back.
+TEST(LinearizingProperties, TopCodeNeverReachesTheLastEntry) {
+    for (int n : {2, 256, 4096, 65536}) {
+        SCOPED_TRACE(testing::Message() << "n " << n);
+        const auto table = Ramp(n);
+        const auto f8 = LoadPacked<float>(ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4, std::vector<uint8_t>(12, 255), 4, 16,
+                                          table, kIdentity);
+        const std::vector<uint16_t> top16(12, 65535);
+        std::vector<uint8_t> src16(24);
+        std::memcpy(src16.data(), top16.data(), 24);
+        const auto f16 = LoadPacked<float>(ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4, src16, 4, 16, table, kIdentity);
+        for (float v : {f8[0], f8[1], f8[2], f16[0], f16[1], f16[2]}) {
+            EXPECT_LT(v, 1.f);
+            EXPECT_GT(v, 0.999f);
+        }
+    }
+    EXPECT_FALSE(rl::TopCodeReachesEnd(256, false));
+    EXPECT_TRUE(rl::TopCodeReachesEnd(4096, false));
+    EXPECT_TRUE(rl::TopCodeReachesEnd(65536, true));
+}
+
+// Sources without alpha load exactly 1.0 / 65535; a negative matrix keeps negative floats and
+// clamps 16-bit outputs to 0.
+TEST(LinearizingProperties, OpaqueAlphaAndNegativeOutputs) {
+    const float negate[9] = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
+    const auto table = Ramp(256);
+    const std::vector<uint8_t> src = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120};
+    const auto f = LoadPacked<float>(ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4, src, 4, 16, table, negate);
+    const auto w = LoadPacked<uint16_t>(ImageToLinearRGB_Bgr24_Rgba64_SSE2_X4, src, 4, 8, table, negate);
+    for (int px = 0; px < 4; ++px) {
+        EXPECT_EQ(f[px * 4 + 3], 1.f);
+        EXPECT_EQ(w[px * 4 + 3], 65535);
+        for (int ch = 0; ch < 3; ++ch) {
+            EXPECT_LT(f[px * 4 + ch], 0.f);
+            EXPECT_EQ(w[px * 4 + ch], 0);
+        }
+    }
+}
+
+// Grey loads exactly as the same grey from a colour source; Bgr32 is the Bgra32 loader; the two
+// premultiplied generations differ in alpha only, by at most one ulp; 16-bit alpha survives
+// the float path unchanged.
+TEST(LinearizingProperties, MembersAgreeWhereTheyShould) {
+    std::mt19937 rng(9);
+    const auto table = RandomTable(777, rng);
+    std::vector<uint8_t> gray(256), bgr(256 * 3), bgra(256 * 4);
+    for (int i = 0; i < 256; ++i) {
+        gray[i] = static_cast<uint8_t>(i);
+        for (int ch = 0; ch < 3; ++ch) bgr[i * 3 + ch] = static_cast<uint8_t>(i);
+        for (int ch = 0; ch < 4; ++ch) bgra[i * 4 + ch] = static_cast<uint8_t>(rng());
+    }
+    EXPECT_EQ(LoadPacked<float>(ImageToLinearRGB_Gray8_Rgba128F_SSE2_X16, gray, 256, 16, table, kMixing),
+              LoadPacked<float>(ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4, bgr, 256, 16, table, kMixing));
+    EXPECT_EQ(LoadPacked<float>(ImageToLinearRGB_Bgr32_Rgba128F_SSE2_X4, bgra, 256, 16, table, kMixing),
+              LoadPacked<float>(ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4, bgra, 256, 16, table, kMixing));
+
+    for (int i = 0; i < 256; ++i) bgra[i * 4 + 3] = static_cast<uint8_t>(i);
+    const auto first = LoadPacked<float>(ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, bgra, 256, 16, table, kMixing);
+    const auto second = LoadPacked<float>(_ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, bgra, 256, 16, table, kMixing);
+    int alpha_differs = 0;
+    for (int i = 0; i < 256 * 4; ++i) {
+        if (i % 4 != 3) {
+            ASSERT_EQ(first[i], second[i]) << i;
+        } else {
+            alpha_differs += first[i] != second[i];
+            EXPECT_LE(vt::UlpDistance(first[i], second[i]), 1) << i;
+        }
+    }
+    EXPECT_GT(alpha_differs, 0);
+
+    std::vector<uint16_t> words(65536 * 4);
+    for (int a = 0; a < 65536; ++a) words[a * 4 + 3] = static_cast<uint16_t>(a);
+    std::vector<uint8_t> bytes(words.size() * 2);
+    std::memcpy(bytes.data(), words.data(), bytes.size());
+    const auto out = LoadPacked<uint16_t>(ImageToLinearRGB_Rgba64_SSE2_X2, bytes, 65536, 8, Ramp(2), kIdentity);
+    for (int a = 0; a < 65536; ++a) ASSERT_EQ(out[a * 4 + 3], a);
+}
+
+// The in-place member: optional direct table, matrix, signed saturation, alpha untouched.
+::testing::AssertionResult InPlaceMatches(const vt::Shape& s, const uint16_t* table16, const float* matrix) {
+    const int64_t row = s.width > 0 ? int64_t{s.width} * 8 : 0;
+    vt::GuardedPlane plane(row, s.height, vt::StepFor(s, row, s.pad_dst, 2), s.placement, 2);
+    plane.FillRandomBytes(s.seed);
+    std::vector<std::vector<uint16_t>> want;
+    for (int y = 0; y < s.height; ++y) {
+        std::vector<uint16_t> r(plane.RowAs<uint16_t>(y), plane.RowAs<uint16_t>(y) + row / 2);
+        for (size_t x = 0; x < r.size(); x += 4) rl::LinearizeInPlace(&r[x], table16, matrix);
+        want.push_back(std::move(r));
+    }
+    const auto before = plane.Snapshot();
+    if (SSE_Linearize_Rgba64_VecX2(plane.As<uint16_t>(), plane.step(), s.width, s.height, table16, matrix) != StatusOk)
+        return ::testing::AssertionFailure() << "status";
+    if (auto r = plane.OnlyRowsChanged(before, row); !r) return r;
+    for (int y = 0; y < s.height; ++y)
+        if (auto r = vt::RowsMatch([&](int) { return plane.RowAs<const uint16_t>(y); }, 1, row / 2, want[y]); !r)
+            return r << " (row " << y << ")";
+    return ::testing::AssertionSuccess();
+}
+
+std::vector<uint16_t> RandomTable16(std::mt19937& rng) {
+    std::vector<uint16_t> t(65536);
+    for (auto& v : t) v = static_cast<uint16_t>(rng());
+    return t;
+}
+
+// Scaled so the results overflow 32767 and fall below -32768 as well as staying in range.
+constexpr float kWide[9] = {0.9f, -1.2f, 0.3f, 0.4f, 0.2f, -0.7f, -0.35f, 0.6f, 0.5f};
+
+TEST(LinearizeInPlace, MatchesReferenceOnRandomShapes) {
+    std::mt19937 rng(21);
+    const GuardedArray<uint16_t> table16(RandomTable16(rng));
+    const float* matrices[] = {kIdentity, kMixing, kWide};
+    int index = 0;
+    for (const vt::Shape& s : vt::RandomShapes(0x5e, 60)) {
+        SCOPED_TRACE(vt::Describe(s));
+        const GuardedArray<float> matrix(std::vector<float>(matrices[index % 3], matrices[index % 3] + 9));
+        EXPECT_TRUE(InPlaceMatches(s, index % 2 ? table16.data() : nullptr, matrix.data()));
+        ++index;
+    }
+}
+
+// Written down by hand: the ends of the signed range, alpha's 16 bits kept.
+TEST(LinearizeInPlace, SaturatesToTheSignedEnds) {
+    const float swap_and_scale[9] = {0.f, 0.f, -1.f, 0.f, 2.f, 0.f, 1.f, 0.f, 0.f};  // R' = B, G' = 2G, B' = -R
+    uint16_t px[4] = {5, 20000, 7, 65535};
+    ASSERT_EQ(SSE_Linearize_Rgba64_VecX2(px, 8, 1, 1, nullptr, swap_and_scale), StatusOk);
+    EXPECT_EQ(px[0], 7);
+    EXPECT_EQ(px[1], 32767);   // 40000 saturates
+    EXPECT_EQ(px[2], 0x8000);  // -5 stores the most negative code
+    EXPECT_EQ(px[3], 65535);
+}
+
+// The team's size must not change a single word. The thread count is set through the OpenMP
+// runtime the library already loaded, found by name so the test needs no OpenMP of its own.
+TEST(LinearizeInPlace, ThreadCountDoesNotChangeResult) {
+    using SetThreads = void (*)(int);
+    using GetThreads = int (*)();
+    const auto set_threads = reinterpret_cast<SetThreads>(dlsym(RTLD_DEFAULT, "omp_set_num_threads"));
+    const auto max_threads = reinterpret_cast<GetThreads>(dlsym(RTLD_DEFAULT, "omp_get_max_threads"));
+    ASSERT_NE(set_threads, nullptr);
+    ASSERT_NE(max_threads, nullptr);
+    const int saved = max_threads();
+    std::mt19937 rng(5);
+    const auto table16 = RandomTable16(rng);
+    for (const auto& [width, height] : {std::pair{301, 57}, std::pair{64, 3}, std::pair{7, 1}}) {
+        SCOPED_TRACE(testing::Message() << width << "x" << height);
+        std::vector<uint16_t> image(size_t(width) * height * 4);
+        for (auto& v : image) v = static_cast<uint16_t>(rng());
+        std::vector<std::vector<uint16_t>> results;
+        for (int threads : {1, 2}) {
+            set_threads(threads);
+            ASSERT_EQ(max_threads(), threads);
+            auto copy = image;
+            SSE_Linearize_Rgba64_VecX2(copy.data(), width * 8, width, height, table16.data(), kWide);
+            results.push_back(std::move(copy));
+        }
+        EXPECT_EQ(results[0], results[1]);
+        for (size_t x = 0; x < image.size(); x += 4) rl::LinearizeInPlace(&image[x], table16.data(), kWide);
+        EXPECT_EQ(results[0], image);
+    }
+    set_threads(saved);
+}
+
+}  // namespace

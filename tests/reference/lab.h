@@ -1,0 +1,39 @@
+// Plain references for linear ProPhoto RGB <-> CIE L*a*b* (D50) in double precision, from the
+// stated matrices, white point and constants, one pixel at a time.
+#pragma once
+
+#include <cmath>
+
+namespace ref {
+
+struct Lab {
+    double l, a, b, w;  // w: lightness of the fourth lane
+};
+
+inline constexpr double kLabWhiteX = 0.96422, kLabWhiteZ = 0.82521;
+inline constexpr double kLabEpsilon = 0.008856452, kLabKappa = 903.2963;
+
+inline double LabF(double t) { return t > kLabEpsilon ? std::cbrt(t) : (kLabKappa * t + 16) / 116; }
+
+inline Lab ProPhotoToLab(double r, double g, double b, double w) {
+    const double x = (0.7976749 * r + 0.1351917 * g + 0.0313534 * b) / kLabWhiteX;
+    const double y = 0.2880402 * r + 0.7118741 * g + 8.57e-05 * b;
+    const double z = 0.82521 * b / kLabWhiteZ;
+    return {116 * LabF(y) - 16, 500 * (LabF(x) - LabF(y)), 200 * (LabF(y) - LabF(z)), 116 * LabF(w) - 16};
+}
+
+struct Rgb {
+    double r, g, b;
+};
+
+// Y takes the straight segment only for L* at or below epsilon itself, as the kernel does.
+inline Rgb LabToProPhoto(double l, double a, double b) {
+    const double fy = (l + 16) / 116, fx = a / 500 + fy, fz = fy - b / 200;
+    auto inverse = [](double f) { return f * f * f > kLabEpsilon ? f * f * f : (116 * f - 16) / kLabKappa; };
+    const double y = l > kLabEpsilon ? fy * fy * fy : l / kLabKappa;
+    const double x = kLabWhiteX * inverse(fx), z = kLabWhiteZ * inverse(fz);
+    return {1.3459433 * x - 0.2556075 * y - 0.0511118 * z, -0.5445989 * x + 1.5081673 * y + 0.0205351 * z,
+            1.2118129 * z};
+}
+
+}  // namespace ref

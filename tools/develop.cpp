@@ -52,40 +52,42 @@ Matrix SrgbToProPhoto() {
 
 constexpr float kLumR = 0.28804f, kLumG = 0.711874f, kLumB = 8.6e-05f;
 
-double SrgbDecode(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
-
-float SrgbEncode(float v) {
-    v = std::clamp(v, 0.0f, 1.0f);
-    return v <= 0.0031308f ? v * 12.92f : 1.055f * std::pow(v, 1.0f / 2.4f) - 0.055f;
+// The sRGB decoding table the loaders interpolate: one entry per code, so every code lands (all
+// but) on its own entry.
+std::vector<float> SrgbDecodeTable(int levels) {
+    std::vector<float> table(levels);
+    for (int i = 0; i < levels; ++i) {
+        const double v = double(i) / (levels - 1);
+        table[i] = static_cast<float>(v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4));
+    }
+    return table;
 }
 
-// Codes to linear ProPhoto R, G, B and the pixel's own luminance in the fourth lane; the alpha
-// codes are kept aside as floats for the way back.
+// The loaders' matrix layout: (r, g, b) times the matrix as a row vector, so entry 3 k + c weighs
+// input k into output c.
+std::array<float, 9> RowVectorForm(const Matrix& m) {
+    std::array<float, 9> out;
+    for (int k = 0; k < 3; ++k)
+        for (int c = 0; c < 3; ++c) out[3 * k + c] = static_cast<float>(m[c][k]);
+    return out;
+}
+
+// Codes to linear ProPhoto through the library's loader; the alpha it wrote into the fourth lane
+// is kept aside for the way back.
 void Linearize(const Image& in, FloatImage& work, std::vector<float>& alpha) {
-    const int levels = in.bits == 8 ? 256 : 65536;
-    std::vector<float> table(levels);
-    for (int i = 0; i < levels; ++i) table[i] = static_cast<float>(SrgbDecode(double(i) / (levels - 1)));
-    const Matrix m = SrgbToProPhoto();
-    const float scale = 1.0f / static_cast<float>(levels - 1);
+    const std::vector<float> table = SrgbDecodeTable(in.bits == 8 ? 256 : 65536);
+    const std::array<float, 9> matrix = RowVectorForm(SrgbToProPhoto());
+    const ImageSize roi{in.width, in.height};
+    const int32_t n = static_cast<int32_t>(table.size());
+    if (in.bits == 8)
+        ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4(in.pixels.data(), in.step, work.data.get(), work.step, &roi, table.data(),
+                                                 n, matrix.data());
+    else
+        ImageToLinearRGB_Rgba64_Rgba128F_SSE2_X2(in.pixels.data(), in.step, work.data.get(), work.step, &roi, table.data(),
+                                                 n, matrix.data());
     alpha.resize(size_t(in.width) * in.height);
-    for (int y = 0; y < in.height; ++y) {
-        float* out = work.Row(y);
-        for (int x = 0; x < in.width; ++x, out += 4) {
-            int code[4];  // R, G, B, A
-            if (in.bits == 8) {
-                const uint8_t* p = in.Row(y) + 4 * x;  // B, G, R, A
-                code[0] = p[2], code[1] = p[1], code[2] = p[0], code[3] = p[3];
-            } else {
-                const uint16_t* p = reinterpret_cast<const uint16_t*>(in.Row(y)) + 4 * x;
-                code[0] = p[0], code[1] = p[1], code[2] = p[2], code[3] = p[3];
-            }
-            const double rgb[3] = {table[code[0]], table[code[1]], table[code[2]]};
-            for (int c = 0; c < 3; ++c)
-                out[c] = static_cast<float>(m[c][0] * rgb[0] + m[c][1] * rgb[1] + m[c][2] * rgb[2]);
-            out[3] = kLumR * out[0] + kLumG * out[1] + kLumB * out[2];
-            alpha[size_t(y) * in.width + x] = static_cast<float>(code[3]) * scale;
-        }
-    }
+    for (int y = 0; y < in.height; ++y)
+        for (int x = 0; x < in.width; ++x) alpha[size_t(y) * in.width + x] = work.Row(y)[4 * x + 3];
 }
 
 // One box pass along each line of a packed plane (clamp-to-edge), through prefix sums in double.
@@ -112,14 +114,17 @@ std::vector<float> Transposed(const std::vector<float>& plane, int width, int he
     return t;
 }
 
-// The base luminance: the fourth lane blurred by three box passes each way (close to a Gaussian
-// of sigma about the radius), a radius of 1 % of the shorter side.
-void BlurBase(FloatImage& work) {
+// The base luminance: the pixels' ProPhoto luminance blurred by three box passes each way (close
+// to a Gaussian of sigma about the radius), a radius of 1 % of the shorter side, into the fourth lane.
+void BaseLuminance(FloatImage& work) {
     const int w = work.width, h = work.height;
     const int radius = std::max(1, std::min(w, h) / 100);
     std::vector<float> lum(size_t(w) * h);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) lum[size_t(y) * w + x] = work.Row(y)[4 * x + 3];
+        for (int x = 0; x < w; ++x) {
+            const float* px = work.Row(y) + 4 * x;
+            lum[size_t(y) * w + x] = kLumR * px[0] + kLumG * px[1] + kLumB * px[2];
+        }
     for (int pass = 0; pass < 3; ++pass) BoxLines(lum, w, h, radius);
     lum = Transposed(lum, w, h);
     for (int pass = 0; pass < 3; ++pass) BoxLines(lum, h, w, radius);
@@ -128,18 +133,21 @@ void BlurBase(FloatImage& work) {
         for (int x = 0; x < w; ++x) work.Row(y)[4 * x + 3] = lum[size_t(y) * w + x];
 }
 
-// Linear ProPhoto back to sRGB-encoded values, the kept alpha in the fourth lane.
-void ToSrgb(FloatImage& work, const std::vector<float>& alpha) {
+// Linear ProPhoto to linear sRGB primaries, in place.
+void ToSrgbPrimaries(FloatImage& work) {
     const Matrix m = Inverse(SrgbToProPhoto());
     for (int y = 0; y < work.height; ++y) {
         float* px = work.Row(y);
         for (int x = 0; x < work.width; ++x, px += 4) {
             const double p[3] = {px[0], px[1], px[2]};
-            for (int c = 0; c < 3; ++c)
-                px[c] = SrgbEncode(static_cast<float>(m[c][0] * p[0] + m[c][1] * p[1] + m[c][2] * p[2]));
-            px[3] = alpha[size_t(y) * work.width + x];
+            for (int c = 0; c < 3; ++c) px[c] = static_cast<float>(m[c][0] * p[0] + m[c][1] * p[1] + m[c][2] * p[2]);
         }
     }
+}
+
+void RestoreAlpha(FloatImage& work, const std::vector<float>& alpha) {
+    for (int y = 0; y < work.height; ++y)
+        for (int x = 0; x < work.width; ++x) work.Row(y)[4 * x + 3] = alpha[size_t(y) * work.width + x];
 }
 
 }  // namespace
@@ -147,19 +155,23 @@ void ToSrgb(FloatImage& work, const std::vector<float>& alpha) {
 Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     const int64_t pixels = int64_t{in.width} * in.height;
     FloatImage work(in.width, in.height);
+    const ImageSize roi{in.width, in.height};
     std::vector<float> alpha;
-    Stage("linearize to ProPhoto (tool)", pixels, [&] { Linearize(in, work, alpha); });
-    Stage("base luminance blur (tool)", pixels, [&] { BlurBase(work); });
+    Stage(in.bits == 8 ? "Bgra32 -> linear ProPhoto" : "Rgba64 -> linear ProPhoto", pixels,
+          [&] { Linearize(in, work, alpha); });
+    Stage("base luminance blur (tool)", pixels, [&] { BaseLuminance(work); });
     const DevelopParameter p[7] = {{amounts.exposure, nullptr}, {amounts.brightness, nullptr},
                                    {amounts.shadows, nullptr},  {amounts.highlights, nullptr},
                                    {amounts.contrast, nullptr}, {amounts.clarity, nullptr},
                                    {amounts.saturation, nullptr}};
-    const ImageSize roi{in.width, in.height};
     Stage("develop pass", pixels, [&] {
         ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(work.data.get(), work.step, &roi, &p[0], &p[1], &p[2], &p[3], &p[4], &p[5],
                                               &p[6], 0, 0, 0, 0.0f, 0, 0, 0);
     });
-    Stage("ProPhoto -> sRGB, encode (tool)", pixels, [&] { ToSrgb(work, alpha); });
+    Stage("ProPhoto -> sRGB primaries (tool)", pixels, [&] { ToSrgbPrimaries(work); });
+    // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
+    Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });
+    Stage("alpha back", pixels, [&] { RestoreAlpha(work, alpha); });
     Image out;
     Stage(in.bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(work, in.bits); });
     return out;

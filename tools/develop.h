@@ -1,7 +1,7 @@
 // The editor's develop road on an 8/16-bit sRGB image: into linear ProPhoto with a base luminance
 // lane, the library's develop pass, and back to sRGB codes of the same depth. Each stage is timed.
-// Linearizing, the base blur, the way back to sRGB primaries and the encoding are the tool's own
-// code until the library exports them.
+// The base luminance blur and the ProPhoto-to-sRGB matrix are the tool's own code until the
+// library exports them.
 #pragma once
 
 #include "image_io.h"

@@ -1,6 +1,10 @@
-// Processor-feature queries. Each call asks CPUID afresh; nothing is cached, so a host that
-// migrates between machines (or a test that mocks nothing) always sees the current answer.
+// Processor-feature queries. The exported queries ask CPUID afresh at every call; the dispatch
+// level of the kernels is read once, when the library loads.
+#include "core/cpu.h"
+
 #include <cpuid.h>
+
+#include <atomic>
 
 #include "velmora/imaging.h"
 
@@ -33,3 +37,39 @@ extern "C" VELMORA_API bool VELMORA_CALL VerifySSE4Support(void) {
     unsigned ecx = 0, edx = 0;
     return Leaf1(ecx, edx) && ((ecx >> 19) & 1u) != 0;  // SSE4.1
 }
+
+namespace velmora::cpu {
+
+namespace {
+
+// AVX needs the processor's flag and the operating system saving the upper register halves
+// (OSXSAVE, and XCR0 bits 1 and 2).
+bool OsSavesAvxState(unsigned ecx) {
+    if (!(ecx & bit_OSXSAVE)) return false;
+    unsigned lo, hi;
+    __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+    return (lo & 6u) == 6u;
+}
+
+Level Probe() {
+    unsigned eax, ebx, ecx, edx;
+    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx)) return Level::Sse2;
+    if (!(ecx & bit_SSSE3)) return Level::Sse2;
+    if (!(ecx & bit_AVX) || !OsSavesAvxState(ecx)) return Level::Ssse3;
+    unsigned eax7, ebx7, ecx7, edx7;
+    if (__get_cpuid_count(7, 0, &eax7, &ebx7, &ecx7, &edx7) && (ebx7 & bit_AVX2)) return Level::Avx2;
+    return Level::Avx;
+}
+
+const Level kDetected = Probe();
+std::atomic<Level> active{kDetected};
+
+}  // namespace
+
+Level Detected() { return kDetected; }
+Level Active() { return active.load(std::memory_order_relaxed); }
+void CapLevel(Level level) {
+    active.store(static_cast<int>(level) < static_cast<int>(kDetected) ? level : kDetected, std::memory_order_relaxed);
+}
+
+}  // namespace velmora::cpu

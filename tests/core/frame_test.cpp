@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "core/cpu.h"
 #include "support/compare.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
@@ -53,6 +54,25 @@ TEST(ImageClear, FillsRowZeroToTheBlockThenCopiesWholeSteps) {
             ASSERT_EQ(0, std::memcmp(plane.Row(y), row0_copy.data(), row0_copy.size())) << "row " << y;
         EXPECT_TRUE(plane.OnlyRowsChanged(before, s.height >= 2 ? abs_step : row0));
     }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(DispatchLevel, CapsButNeverRaises) {
+    using velmora::cpu::Level;
+    const Level detected = velmora::cpu::Detected();
+    EXPECT_EQ(velmora::cpu::Active(), detected);
+    velmora::cpu::CapLevel(Level::Sse2);
+    EXPECT_EQ(velmora::cpu::Active(), Level::Sse2);
+    EXPECT_FALSE(velmora::cpu::Has(Level::Ssse3));
+    velmora::cpu::CapLevel(Level::Avx2);
+    EXPECT_EQ(velmora::cpu::Active(), detected);
+    // SSSE3 implies SSE2 and so on: the detected level agrees with the processor's own flags.
+    const bool ssse3 = __builtin_cpu_supports("ssse3"), avx2 = __builtin_cpu_supports("avx2");
+    EXPECT_EQ(static_cast<int>(detected) >= static_cast<int>(Level::Ssse3), ssse3);
+    if (!avx2) EXPECT_NE(detected, Level::Avx2);
 }
 
 }  // namespace

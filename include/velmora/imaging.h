@@ -315,10 +315,11 @@ typedef struct DevelopParameter {
    brightness, shadows, highlights, contrast, clarity, saturation. Any local map selects the masked
    pass (black level subtracted, amounts below 1e-6 off, shadows/highlights maps only select it);
    otherwise an amount is on when |amount| >= 0.0001f (the float, widened to double, so 0.0001f
-   itself is on). All seven records must be given; the six reserved words are ignored. Whites at or
-   past 1 never yield NaN: the tone weights' power bases are clamped at 0. Overrun: each row runs
-   in groups of four pixels, so up to 3 pixels past the width are read and rewritten (maps are
-   read only inside the region). Always returns StatusOk. */
+   itself is on). All seven records must be given; the six reserved words are ignored. Shadows and
+   highlights run as one step with both global amounts, on when either is. A base pushed past 1 or
+   below 0 (contrast of 2 or more) keeps finite tone weights: their power bases are held at 0.
+   Overrun: rows run in groups of four pixels, so up to 3 pixels past the width are read and
+   rewritten (maps are read only inside the region). Always returns StatusOk. */
 VELMORA_API StatusCode VELMORA_CALL ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(
     float* image, int32_t step, const ImageSize* roi, const DevelopParameter* exposure,
     const DevelopParameter* brightness, const DevelopParameter* shadows, const DevelopParameter* highlights,

@@ -390,7 +390,7 @@ TEST(DevelopPass, Regression_BasePastWhiteKeepsToneWeightsFinite) {
             }
 }
 
-TEST(DevelopPass, ExposureCapsTheBaseOnlyWhenPositive) {
+TEST(DevelopPass, ExposureScalesLinearLightUpToWhite) {
     // With everything else off, a pixel's result is its gain from the developed luminance:
     // positive exposure stops at white, negative exposure scales until the [0, 1] clamp.
     const vt::Shape s{4, 1};

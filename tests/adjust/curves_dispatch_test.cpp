@@ -46,9 +46,7 @@ TEST_P(CurveLevels, EveryLevelMatchesSse2) {
         SCOPED_TRACE(vt::Describe(s));
         const double param = k.is_float ? float_params[rng() % 6] : int_params[rng() % 7];
         SCOPED_TRACE("param " + std::to_string(param));
-        std::vector<float> entries(TableEntries(k, param));
-        for (float& t : entries) t = float(int(rng() % 1401) - 200) / 1000.f;
-        const GuardedTable table(entries, rng() % 2 ? vt::Placement::End : vt::Placement::Start);
+        const GuardedTable table(RandomTable(k, param, rng), rng() % 2 ? vt::Placement::End : vt::Placement::Start);
         const int x0 = rng() % 2 ? 0 : int(rng() % 5), y0 = rng() % 2 ? 0 : int(rng() % 3);
         const auto run = [&](Level level) {
             return k.is_float ? RunAt<float>(level, k, s, x0, y0, table, param)

@@ -85,6 +85,14 @@ inline size_t TableEntries(const Kernel& k, double param) {
     return k.four_curves ? 4 * positions : positions;
 }
 
+// A table of the documented size with entries in [-0.2, 1.2], so that both the 16-bit clamp and
+// the float kernels' unclamped output show.
+inline std::vector<float> RandomTable(const Kernel& k, double param, std::mt19937& rng) {
+    std::vector<float> entries(TableEntries(k, param));
+    for (float& t : entries) t = float(int(rng() % 1401) - 200) / 1000.f;
+    return entries;
+}
+
 // Source samples: any 16-bit code; floats mostly in [0, 1] with excursions both ways and NaN.
 template <class T>
 T RandomSample(std::mt19937& rng) {

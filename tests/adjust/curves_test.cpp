@@ -94,8 +94,7 @@ TEST_P(CurveExports, MatchesReferenceOnRandomShapesAndTables) {
         SCOPED_TRACE(vt::Describe(s));
         const double param = k.is_float ? float_params[rng() % 6] : int_params[rng() % 9];
         SCOPED_TRACE("param " + std::to_string(param));
-        std::vector<float> table(TableEntries(k, param));
-        for (float& t : table) t = float(int(rng() % 1401) - 200) / 1000.f;
+        const std::vector<float> table = RandomTable(k, param, rng);
         const auto placement = rng() % 4 ? vt::Placement::End : vt::Placement::Start;
         ASSERT_TRUE(Check(k, s, table, param, placement));
     }

@@ -1,7 +1,8 @@
 // Every curve export at each instruction-set level this processor offers against the SSE2
 // level: on the same guarded planes and guarded tables, the whole destination mapping (region,
 // row gaps, slack) must come out byte for byte the same, and no level may touch a byte of the
-// table past the documented entries (or before the first) without crashing the test.
+// table past the documented entries (or before the first) without crashing the test. Large
+// float regions, written past the cache, get a case of their own.
 #include <string>
 #include <vector>
 
@@ -57,6 +58,24 @@ TEST_P(CurveLevels, EveryLevelMatchesSse2) {
             SCOPED_TRACE("level " + std::to_string(level));
             ASSERT_TRUE(run(static_cast<Level>(level)) == want) << "differs from the SSE2 level";
         }
+    }
+}
+
+// Destinations of 32 MB and more are written past the cache on the float paths that can; a
+// row step of 16 modulo 32 alternates rows that allow it (32-byte aligned) with rows that do not.
+TEST(CurveLevelsLarge, StreamedFloatRowsMatchSse2) {
+    std::mt19937 rng(5);
+    vt::Shape s{2049, 1025};
+    s.placement = vt::Placement::Start;
+    s.seed = 77;
+    for (const Kernel& k : AllKernels()) {
+        if (std::string(k.name) != "32f_C4R" && std::string(k.name) != "Curve4_C4IR") continue;
+        SCOPED_TRACE(k.name);
+        const double param = 1023.75;
+        const GuardedTable table(RandomTable(k, param, rng), vt::Placement::End);
+        const std::vector<uint8_t> want = RunAt<float>(Level::Sse2, k, s, 0, 1, table, param);
+        for (int level = 1; level <= static_cast<int>(velmora::cpu::Detected()); ++level)
+            ASSERT_TRUE(RunAt<float>(static_cast<Level>(level), k, s, 0, 1, table, param) == want) << "level " << level;
     }
 }
 

@@ -1,8 +1,9 @@
-// AVX2 row bodies of the tone curves (curves_avx2.cpp), eight table positions a step. Each does whole steps only and returns how many
-// samples (pixels for the four-curve rows) it mapped; the caller's SSE2 row maps the rest. Every
-// lane goes through the SSE2 body's operations in the same order, so results are identical, and
-// the table is read at exactly the entries the SSE2 body reads. The float rows take `stream`:
-// write past the cache with non-temporal stores where the row is 32-byte aligned.
+// AVX2 row bodies of the tone curves (curves_avx2.cpp), eight table positions a step. Each does
+// whole steps only and returns how many samples (pixels for the four-curve rows) it mapped; the
+// caller's SSE2 row maps the rest. Every lane goes through the SSE2 body's operations in the same
+// order, so results are identical, and the table is read at exactly the entries the SSE2 body
+// reads. The float rows take `stream`: write past the cache with non-temporal stores where the
+// row is 32-byte aligned.
 #pragma once
 
 #include <cstdint>

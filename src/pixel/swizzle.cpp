@@ -14,8 +14,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/vec4.h"
+#include "pixel/swizzle.h"
 
 namespace velmora::swizzle {
 namespace {
@@ -289,32 +291,10 @@ struct Block {
     }
 };
 
-template <class T, int SrcCh, int DstCh, class Perm>
-void SwizzleRow(const uint8_t* src, uint8_t* dst, int32_t width, const Perm& perm) {
-    using B = Block<T, SrcCh, DstCh>;
-    int32_t x = 0;
-    for (; x + B::kPixels <= width; x += B::kPixels, src += B::kSrcBytes, dst += B::kDstBytes) B::Run(src, dst, perm);
-    if (x == width) return;
-    // The last few pixels go through the same block in a scratch copy, never past the region.
-    const size_t left = static_cast<size_t>(width - x);
-    alignas(16) uint8_t in[64] = {};
-    alignas(16) uint8_t out[64];
-    std::memcpy(in, src, left * SrcCh * sizeof(T));
-    B::Run(in, out, perm);
-    std::memcpy(dst, out, left * DstCh * sizeof(T));
-}
-
-template <class T, int SrcCh, int DstCh, class Perm>
-void SwizzleRows(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width, int32_t height,
-                 const Perm& perm) {
-    for (int32_t row = 0; row < height; ++row)
-        SwizzleRow<T, SrcCh, DstCh>(frame::Row(src, src_step, row), frame::Row(dst, dst_step, row), width, perm);
-}
-
 // The common body of every export: offsets to the sub-rectangle, then the rows, through a
-// compile-time plan for the orders editors use all the time (identity and the R/B exchange,
-// with alpha kept, added or dropped) and a run-time plan otherwise. The order is only read
-// when there is something to do.
+// byte-shuffle body where the processor has one, else a compile-time plan for the orders editors
+// use all the time (identity and the R/B exchange, with alpha kept, added or dropped) and a
+// run-time plan otherwise. The order is only read when there is something to do.
 template <class T, int SrcCh, int DstCh>
 StatusCode Swizzle(const void* src, int32_t src_step, void* dst, int32_t dst_step, int32_t x, int32_t y,
                    int32_t width, int32_t height, const int32_t* order, T fill) {
@@ -327,7 +307,13 @@ StatusCode Swizzle(const void* src, int32_t src_step, void* dst, int32_t dst_ste
         if constexpr (DstCh == 4) return kFill ? order[3] >= 3 : order[3] == 3;
         return true;
     };
-    const auto run = [&](const auto& perm) { SwizzleRows<T, SrcCh, DstCh>(s, src_step, d, dst_step, width, height, perm); };
+    if (cpu::Has(cpu::Level::Ssse3) && OrderInRange<SrcCh, DstCh>(order)) {
+        ShuffleRowsSsse3<T, SrcCh, DstCh>(s, src_step, d, dst_step, width, height, order, fill);
+        return StatusOk;
+    }
+    const auto run = [&](const auto& perm) {
+        SwizzleRows<Block<T, SrcCh, DstCh>>(s, src_step, d, dst_step, width, height, perm);
+    };
     if (is(0, 1, 2)) run(FixedOrder<T, DstCh, kFill, 0, 1, 2, 3>(fill));
     else if (is(2, 1, 0)) run(FixedOrder<T, DstCh, kFill, 2, 1, 0, 3>(fill));
     else run(RuntimeOrder<T>(Plan(order, DstCh, kFill, sizeof(T)), fill));

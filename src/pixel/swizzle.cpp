@@ -23,7 +23,6 @@ namespace velmora::swizzle {
 namespace {
 
 using v4::LoadI;
-using v4::StoreI;
 
 // Byte shifts of the whole vector by a compile-time count.
 template <int Bytes>
@@ -200,11 +199,12 @@ struct FixedOrder {
             PackedTerms<I + 1>(v, out);
         }
     }
+    template <bool Stream>
     static void Packed(const uint8_t* src, uint8_t* dst) {
         const __m128i v[3] = {LoadI(src), LoadI(src + 16), LoadI(src + 32)};
         __m128i out[3] = {_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
         PackedTerms(v, out);
-        for (int k = 0; k < 3; ++k) StoreI(dst + 16 * k, out[k]);
+        for (int k = 0; k < 3; ++k) StoreVector<Stream>(dst + 16 * k, out[k]);
     }
 };
 
@@ -263,10 +263,10 @@ struct Block {
     static constexpr int kSrcBytes = kPixels * SrcCh * kElement;
     static constexpr int kDstBytes = kPixels * DstCh * kElement;
 
-    template <class Perm>
+    template <bool Stream, class Perm>
     static void Run(const uint8_t* src, uint8_t* dst, const Perm& perm) {
-        if constexpr (SrcCh == 3 && DstCh == 3 && requires { Perm::Packed(src, dst); }) {
-            Perm::Packed(src, dst);
+        if constexpr (SrcCh == 3 && DstCh == 3 && requires { Perm::template Packed<Stream>(src, dst); }) {
+            Perm::template Packed<Stream>(src, dst);
             return;
         }
         __m128i lanes[4];
@@ -282,11 +282,11 @@ struct Block {
             __m128i groups[4], a, b, c;
             for (int i = 0; i < 4; ++i) groups[i] = Narrow<kElement>(lanes[i]);
             JoinGroups(groups, a, b, c);
-            StoreI(dst, a);
-            StoreI(dst + 16, b);
-            StoreI(dst + 32, c);
+            StoreVector<Stream>(dst, a);
+            StoreVector<Stream>(dst + 16, b);
+            StoreVector<Stream>(dst + 32, c);
         } else {
-            for (int i = 0; i < 4; ++i) StoreI(dst + 16 * i, lanes[i]);
+            for (int i = 0; i < 4; ++i) StoreVector<Stream>(dst + 16 * i, lanes[i]);
         }
     }
 };

@@ -75,6 +75,7 @@ struct ShuffleBlock {
         return m;
     }
 
+    template <bool Stream>
     static void Run(const uint8_t* src, uint8_t* dst, const Masks& m) {
         __m128i in[kIn], out[kOut];
         ForEach<kIn>([&](auto v) { in[v] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 16 * v)); });
@@ -84,7 +85,7 @@ struct ShuffleBlock {
                 if constexpr (kReads[k][v]) out[k] = _mm_or_si128(out[k], _mm_shuffle_epi8(in[v], m.pick[k][v]));
             });
         });
-        ForEach<kOut>([&](auto k) { _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16 * k), out[k]); });
+        ForEach<kOut>([&](auto k) { StoreVector<Stream>(dst + 16 * k, out[k]); });
     }
 };
 

@@ -304,6 +304,29 @@ VELMORA_API StatusCode VELMORA_CALL Swizzle_32f_C4IR(float* data, int32_t step, 
 
 /* ---- Adjust: develop pass ------------------------------------------------ */
 
+/* One adjustment of the develop pass: a global amount (0 = off) and an optional per-pixel local
+   amount plane added to it (null = none), packed width x height floats, row step width x 4 bytes. */
+typedef struct DevelopParameter {
+    float amount;
+    const float* localMap;
+} DevelopParameter;
+
+/* The develop pass, in place on linear ProPhoto RgbL128F (R, G, B, base luminance L): exposure,
+   brightness, shadows, highlights, contrast, clarity, saturation. Any local map selects the masked
+   pass (black level subtracted, amounts below 1e-6 off, shadows/highlights maps only select it);
+   otherwise an amount is on when |amount| >= 0.0001f (the float, widened to double, so 0.0001f
+   itself is on). All seven records must be given; the six reserved words are ignored. Shadows and
+   highlights run as one step with both global amounts, on when either is. A base pushed past 1 or
+   below 0 (contrast of 2 or more) keeps finite tone weights: their power bases are held at 0.
+   Overrun: rows run in groups of four pixels, so up to 3 pixels past the width are read and
+   rewritten (maps are read only inside the region). Always returns StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(
+    float* image, int32_t step, const ImageSize* roi, const DevelopParameter* exposure,
+    const DevelopParameter* brightness, const DevelopParameter* shadows, const DevelopParameter* highlights,
+    const DevelopParameter* contrast, const DevelopParameter* clarity, const DevelopParameter* saturation,
+    int32_t reserved0, int32_t reserved1, int32_t reserved2, float blackLevel, int32_t reserved3,
+    int32_t reserved4, int32_t reserved5);
+
 
 /* ---- Adjust: exposure, brightness, saturation, levels --------------------- */
 

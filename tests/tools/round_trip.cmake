@@ -1,6 +1,6 @@
-# The tool's road end to end: the demo writes its scene; converting that PNG to the float working
-# image and back must reproduce it exactly, directly and through a 16-bit detour; bad input
-# must fail with a non-zero exit.
+# The tool's roads end to end: the demo writes its scene; converting that PNG to the float working
+# image and back must reproduce it exactly, directly and through a 16-bit detour, and so must
+# developing it with no amounts; bad input must fail with a non-zero exit.
 set(dir ${WORK_DIR}/tool_round_trip)
 file(REMOVE_RECURSE ${dir})
 file(MAKE_DIRECTORY ${dir})
@@ -14,6 +14,16 @@ function(run expect_ok)
   endif()
 endfunction()
 
+# Each file must equal the demo scene byte for byte; `what` names the road that made it.
+function(expect_scene what)
+  foreach(f ${ARGN})
+    execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${dir}/velmora-demo.png ${dir}/${f} RESULT_VARIABLE diff)
+    if(NOT diff EQUAL 0)
+      message(FATAL_ERROR "${f} differs from the demo scene: ${what} changed pixels")
+    endif()
+  endforeach()
+endfunction()
+
 run(TRUE demo)
 if(NOT EXISTS ${dir}/velmora-demo.png)
   message(FATAL_ERROR "demo wrote no velmora-demo.png")
@@ -22,12 +32,28 @@ run(TRUE convert velmora-demo.png same.png)
 run(TRUE convert velmora-demo.png deep.png --bits 16)
 run(TRUE convert deep.png back.png --bits 8)
 run(TRUE convert velmora-demo.png photo.jpg)
-foreach(f same.png back.png)
-  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${dir}/velmora-demo.png ${dir}/${f} RESULT_VARIABLE diff)
-  if(NOT diff EQUAL 0)
-    message(FATAL_ERROR "${f} differs from the demo scene: the round trip changed pixels")
-  endif()
-endforeach()
+expect_scene("the round trip" same.png back.png)
+# The develop road: with every amount 0 it reproduces the file (the sRGB and ProPhoto round trip
+# is exact at 8 and 16 bits); the demo writes its developed picture; bad amounts are refused.
+if(NOT EXISTS ${dir}/velmora-demo-developed.png)
+  message(FATAL_ERROR "demo wrote no velmora-demo-developed.png")
+endif()
+run(TRUE develop velmora-demo.png unchanged.png)
+run(TRUE develop deep.png unchanged16.png)
+run(TRUE convert unchanged16.png unchanged16to8.png --bits 8)
+expect_scene("developing with no amounts" unchanged.png unchanged16to8.png)
+run(TRUE develop velmora-demo.png edited.jpg --exposure -0.5 --shadows 0.4 --clarity 0.3 --saturation -0.2)
+execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${dir}/velmora-demo.png ${dir}/velmora-demo-developed.png
+                RESULT_VARIABLE diff)
+if(diff EQUAL 0)
+  message(FATAL_ERROR "the demo's developed picture is the unedited scene")
+endif()
+run(FALSE develop velmora-demo.png x.png --contrast 2)
+run(FALSE develop velmora-demo.png x.png --exposure abc)
+run(FALSE develop velmora-demo.png x.png --exposure nan)
+run(FALSE develop velmora-demo.png x.png --vibrance 0.5)
+run(FALSE develop velmora-demo.png)
+run(FALSE develop deep.png x.jpg)
 file(WRITE ${dir}/not-an-image.png "plain text")
 run(FALSE convert not-an-image.png x.png)
 run(FALSE convert missing.png x.png)

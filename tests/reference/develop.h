@@ -1,0 +1,188 @@
+// Scalar reference of the develop pass, one pixel at a time in float, with the C library's exp,
+// log and exp2 where the library uses its vector approximations. Written from the recipe, not
+// from the library: the dispatch thresholds, the four forms of each amount in the masked pass,
+// the clamps and the saturation-only loop are spelled out here on their own.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "velmora/imaging.h"
+
+namespace ref {
+
+namespace develop_detail {
+
+// Lower bound first, so NaN becomes lo (as the vector clamps do).
+inline float Clamp(float v, float lo, float hi) {
+    v = v > lo ? v : lo;
+    return v < hi ? v : hi;
+}
+inline float Clamp01(float v) { return Clamp(v, 0.0f, 1.0f); }
+
+// The library's power is e^(y ln x); the reference composes the same way from std functions.
+inline float Pow(float x, float y) { return std::exp(std::log(x) * y); }
+
+inline float Encode(float v) {
+    v = Clamp01(v);
+    return v < 0.0031308f ? v * 12.92f : 1.055f * Pow(v, 0.41666666f) - 0.055f;
+}
+
+inline float Decode(float n) {
+    return n > 0.04045f ? Pow((n + 0.055f) * 0.94786733f, 2.4f) : n * 0.07739938f;
+}
+
+inline float Luminance(float r, float g, float b) { return 0.28804f * r + 0.711874f * g + 8.6e-05f * b; }
+
+// One pixel's amounts, in the forms the recipe's steps take. A step that is off is skipped.
+struct PixelAmounts {
+    bool exposure = false, brightness = false, tone = false, contrast = false, clarity = false, saturation = false;
+    bool saturation_clamped = false;
+    float exposure_factor = 1, exposure_cap = 1, brightness_exponent = 1;
+    float shadows = 0, highlights = 0, contrast_amount = 0, clarity_factor = 1, saturation_factor = 1;
+};
+
+// Steps 2 to 12 on one pixel (already offset by any black level).
+inline void DevelopPixel(float* px, const PixelAmounts& a) {
+    const float lum = Luminance(px[0], px[1], px[2]);
+    float y = lum, b = px[3];
+    if (a.exposure) {
+        y *= a.exposure_factor;
+        b *= a.exposure_factor;
+        if (a.exposure_cap < y) y = a.exposure_cap;
+        if (a.exposure_cap < b) b = a.exposure_cap;
+    }
+    y = Encode(y);
+    b = Encode(b);
+    float d = y - b;
+    if (a.brightness) b = Pow(b, a.brightness_exponent);
+    if (a.contrast) {
+        const float centred = b - 0.5f;
+        const float spread = centred > 0.5f - b ? centred : 0.5f - b;
+        const float s = centred / (spread + 0.5f) + 0.5f;
+        b = b + (s - b) * a.contrast_amount;
+    }
+    if (a.clarity) d *= a.clarity_factor;
+    float n = b;
+    if (a.tone) {
+        // A base past 1 (or below 0) counts as clipped: the power of a negative would be NaN.
+        const float dark = b > 0.0f ? b : 0.0f;
+        const float light = 1.0f - b > 0.0f ? 1.0f - b : 0.0f;
+        const float ws = std::exp(-14.0f * Pow(dark, 1.6f));
+        const float wh = std::exp(-14.0f * Pow(light, 1.6f));
+        n = a.shadows * b * ws + a.highlights * (1.0f - b) * wh + b;
+    }
+    n = Clamp01(n + d);
+    const float target = Decode(n);
+    const float gain = (target + 1.1920929e-07f) / (lum + 1.1920929e-07f);
+    for (int c = 0; c < 4; ++c) px[c] *= gain;
+    if (a.saturation) {
+        for (int c = 0; c < 4; ++c) {
+            const float f = c < 3 ? a.saturation_factor : 1.0f;
+            const float v = target + (px[c] - target) * f;
+            px[c] = a.saturation_clamped ? Clamp01(v) : v;
+        }
+    }
+}
+
+}  // namespace develop_detail
+
+// The whole pass over a width x height region of an RgbL128F plane, in place.
+inline void Develop(float* image, int32_t step, int width, int height, const DevelopParameter* const p[7],
+                    float black_level) {
+    using namespace develop_detail;
+    enum { kExp, kBri, kSha, kHig, kCon, kCla, kSat };
+    auto row = [&](int y) { return reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(image) + int64_t{y} * step); };
+    bool masked = false;
+    for (int i = 0; i < 7; ++i) masked |= p[i]->localMap != nullptr;
+
+    if (!masked) {
+        // On when |amount| reaches the float 0.0001f, compared in double.
+        auto on = [](float v) { return std::fabs(double{v}) >= double{0.0001f}; };
+        PixelAmounts a;
+        a.exposure = on(p[kExp]->amount);
+        a.brightness = on(p[kBri]->amount);
+        a.tone = on(p[kSha]->amount) || on(p[kHig]->amount);
+        a.contrast = on(p[kCon]->amount);
+        a.clarity = on(p[kCla]->amount);
+        a.saturation = on(p[kSat]->amount);
+        a.saturation_clamped = true;
+        a.exposure_factor = std::exp2(p[kExp]->amount);
+        a.exposure_cap = p[kExp]->amount > 0 ? 1.0f : std::numeric_limits<float>::infinity();
+        a.brightness_exponent = std::exp2(-p[kBri]->amount);
+        a.shadows = p[kSha]->amount;
+        a.highlights = p[kHig]->amount;
+        a.contrast_amount = p[kCon]->amount;
+        a.clarity_factor = 1.0f + p[kCla]->amount;
+        a.saturation_factor = 1.0f + p[kSat]->amount;
+        const bool saturation_only = a.saturation && !a.exposure && !a.brightness && !a.tone && !a.contrast && !a.clarity;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                float* px = row(y) + 4 * x;
+                if (!saturation_only) {
+                    DevelopPixel(px, a);
+                    continue;
+                }
+                const float lum = Luminance(px[0], px[1], px[2]);
+                for (int c = 0; c < 4; ++c) px[c] = lum + (px[c] - lum) * a.saturation_factor;
+            }
+        return;
+    }
+
+    auto off = [](float v) { return std::fabs(v) < 1e-06f; };
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const int64_t i = int64_t{y} * width + x;
+            // Global amount g (0 when off), local value l (0 without a map), and which exist.
+            auto global = [&](int k) { return off(p[k]->amount) ? 0.0f : p[k]->amount; };
+            auto has_global = [&](int k) { return !off(p[k]->amount); };
+            auto has_local = [&](int k) { return p[k]->localMap != nullptr; };
+            auto local = [&](int k) { return has_local(k) ? p[k]->localMap[i] : 0.0f; };
+            PixelAmounts a;
+
+            a.exposure = has_global(kExp) || has_local(kExp);
+            if (has_global(kExp) && !has_local(kExp)) {
+                a.exposure_factor = std::exp2(global(kExp));
+                a.exposure_cap = global(kExp) > 0 ? 1.0f : std::numeric_limits<float>::infinity();
+            } else if (has_global(kExp)) {
+                const float sum = global(kExp) + local(kExp);
+                const float stops = global(kExp) > 0 ? (sum < 5.0f ? sum : 5.0f) : (sum > -5.0f ? sum : -5.0f);
+                a.exposure_factor = std::exp2(stops);
+            } else {
+                a.exposure_factor = std::exp2(local(kExp));
+            }
+
+            a.brightness = has_global(kBri) || has_local(kBri);
+            if (!has_local(kBri)) a.brightness_exponent = std::exp2(-global(kBri));
+            else if (!has_global(kBri)) a.brightness_exponent = std::exp2(-local(kBri));
+            else a.brightness_exponent = std::exp2(-Clamp01(global(kBri) + local(kBri)));
+
+            a.contrast = has_global(kCon) || has_local(kCon);
+            if (!has_local(kCon)) a.contrast_amount = global(kCon);
+            else if (!has_global(kCon)) a.contrast_amount = local(kCon);
+            else a.contrast_amount = Clamp01(global(kCon) + local(kCon));
+
+            a.clarity = has_global(kCla) || has_local(kCla);
+            if (!has_local(kCla)) a.clarity_factor = 1.0f + global(kCla);
+            else if (!has_global(kCla)) a.clarity_factor = 1.0f + local(kCla);
+            else a.clarity_factor = Clamp(1.0f + global(kCla) + local(kCla), 0.0f, 2.0f);
+
+            // Shadows and highlights: global amounts only, whatever their maps hold.
+            a.tone = has_global(kSha) || has_global(kHig);
+            a.shadows = p[kSha]->amount;
+            a.highlights = p[kHig]->amount;
+
+            a.saturation = has_global(kSat) || has_local(kSat);
+            a.saturation_clamped = !has_local(kSat);
+            if (!has_local(kSat)) a.saturation_factor = 1.0f + global(kSat);
+            else if (!has_global(kSat)) a.saturation_factor = 1.0f + local(kSat);
+            else a.saturation_factor = Clamp01(local(kSat) + (1.0f + global(kSat)));
+
+            float* px = row(y) + 4 * x;
+            for (int c = 0; c < 4; ++c) px[c] -= black_level;
+            DevelopPixel(px, a);
+        }
+}
+
+}  // namespace ref

@@ -1,0 +1,180 @@
+#include "develop.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "road.h"
+#include "velmora/imaging.h"
+#include "working_image.h"
+
+namespace velmora::tool {
+namespace {
+
+using Matrix = std::array<std::array<double, 3>, 3>;
+
+Matrix Multiply(const Matrix& a, const Matrix& b) {
+    Matrix m{};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k) m[i][j] += a[i][k] * b[k][j];
+    return m;
+}
+
+Matrix Inverse(const Matrix& m) {
+    const double det = m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -
+                       m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
+                       m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
+    Matrix inv{};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            const int r0 = (j + 1) % 3, r1 = (j + 2) % 3, c0 = (i + 1) % 3, c1 = (i + 2) % 3;
+            inv[i][j] = (m[r0][c0] * m[r1][c1] - m[r0][c1] * m[r1][c0]) / det;
+        }
+    return inv;
+}
+
+// Linear sRGB (D65) to linear ProPhoto (D50): sRGB to XYZ, Bradford adaptation D65 to D50, XYZ to
+// ProPhoto. The middle row of ProPhoto-to-XYZ is the develop pass's luminance.
+Matrix SrgbToProPhoto() {
+    const Matrix srgb_to_xyz{{{0.4124564, 0.3575761, 0.1804375},
+                              {0.2126729, 0.7151522, 0.0721750},
+                              {0.0193339, 0.1191920, 0.9503041}}};
+    const Matrix bradford_d65_d50{{{1.0478112, 0.0228866, -0.0501270},
+                                   {0.0295424, 0.9904844, -0.0170491},
+                                   {-0.0092345, 0.0150436, 0.7521316}}};
+    const Matrix prophoto_to_xyz{{{0.7976749, 0.1351917, 0.0313534},
+                                  {0.2880402, 0.7118741, 0.0000857},
+                                  {0.0000000, 0.0000000, 0.8252100}}};
+    return Multiply(Inverse(prophoto_to_xyz), Multiply(bradford_d65_d50, srgb_to_xyz));
+}
+
+constexpr float kLumR = 0.28804f, kLumG = 0.711874f, kLumB = 8.6e-05f;
+
+// The sRGB decoding table the loaders interpolate: one entry per code, so every code lands (all
+// but) on its own entry.
+std::vector<float> SrgbDecodeTable(int levels) {
+    std::vector<float> table(levels);
+    for (int i = 0; i < levels; ++i) {
+        const double v = double(i) / (levels - 1);
+        table[i] = static_cast<float>(v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4));
+    }
+    return table;
+}
+
+// The loaders' matrix layout: (r, g, b) times the matrix as a row vector, so entry 3 k + c weighs
+// input k into output c.
+std::array<float, 9> RowVectorForm(const Matrix& m) {
+    std::array<float, 9> out;
+    for (int k = 0; k < 3; ++k)
+        for (int c = 0; c < 3; ++c) out[3 * k + c] = static_cast<float>(m[c][k]);
+    return out;
+}
+
+// Codes to linear ProPhoto through the library's loader; the alpha it wrote into the fourth lane
+// is kept aside for the way back.
+void Linearize(const Image& in, FloatImage& work, std::vector<float>& alpha) {
+    const std::vector<float> table = SrgbDecodeTable(in.bits == 8 ? 256 : 65536);
+    const std::array<float, 9> matrix = RowVectorForm(SrgbToProPhoto());
+    const ImageSize roi{in.width, in.height};
+    const int32_t n = static_cast<int32_t>(table.size());
+    if (in.bits == 8)
+        ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4(in.pixels.data(), in.step, work.data.get(), work.step, &roi, table.data(),
+                                                 n, matrix.data());
+    else
+        ImageToLinearRGB_Rgba64_Rgba128F_SSE2_X2(in.pixels.data(), in.step, work.data.get(), work.step, &roi, table.data(),
+                                                 n, matrix.data());
+    alpha.resize(size_t(in.width) * in.height);
+    for (int y = 0; y < in.height; ++y)
+        for (int x = 0; x < in.width; ++x) alpha[size_t(y) * in.width + x] = work.Row(y)[4 * x + 3];
+}
+
+// One box pass along each line of a packed plane (clamp-to-edge), through prefix sums in double.
+void BoxLines(std::vector<float>& plane, int length, int lines, int radius) {
+    std::vector<double> prefix(size_t(length) + 1);
+    for (int l = 0; l < lines; ++l) {
+        float* v = plane.data() + size_t(l) * length;
+        for (int i = 0; i < length; ++i) prefix[i + 1] = prefix[i] + v[i];
+        const double first = v[0], last = v[length - 1];
+        for (int i = 0; i < length; ++i) {
+            const int lo = i - radius, hi = i + radius;
+            double sum = prefix[std::min(hi, length - 1) + 1] - prefix[std::max(lo, 0)];
+            if (lo < 0) sum += -lo * first;
+            if (hi > length - 1) sum += (hi - (length - 1)) * last;
+            v[i] = static_cast<float>(sum / (2 * radius + 1));
+        }
+    }
+}
+
+std::vector<float> Transposed(const std::vector<float>& plane, int width, int height) {
+    std::vector<float> t(plane.size());
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) t[size_t(x) * height + y] = plane[size_t(y) * width + x];
+    return t;
+}
+
+// The base luminance: the pixels' ProPhoto luminance blurred by three box passes each way (close
+// to a Gaussian of sigma about the radius), a radius of 1 % of the shorter side, into the fourth lane.
+void BaseLuminance(FloatImage& work) {
+    const int w = work.width, h = work.height;
+    const int radius = std::max(1, std::min(w, h) / 100);
+    std::vector<float> lum(size_t(w) * h);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const float* px = work.Row(y) + 4 * x;
+            lum[size_t(y) * w + x] = kLumR * px[0] + kLumG * px[1] + kLumB * px[2];
+        }
+    for (int pass = 0; pass < 3; ++pass) BoxLines(lum, w, h, radius);
+    lum = Transposed(lum, w, h);
+    for (int pass = 0; pass < 3; ++pass) BoxLines(lum, h, w, radius);
+    lum = Transposed(lum, h, w);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) work.Row(y)[4 * x + 3] = lum[size_t(y) * w + x];
+}
+
+// Linear ProPhoto to linear sRGB primaries, in place.
+void ToSrgbPrimaries(FloatImage& work) {
+    const Matrix m = Inverse(SrgbToProPhoto());
+    for (int y = 0; y < work.height; ++y) {
+        float* px = work.Row(y);
+        for (int x = 0; x < work.width; ++x, px += 4) {
+            const double p[3] = {px[0], px[1], px[2]};
+            for (int c = 0; c < 3; ++c) px[c] = static_cast<float>(m[c][0] * p[0] + m[c][1] * p[1] + m[c][2] * p[2]);
+        }
+    }
+}
+
+void RestoreAlpha(FloatImage& work, const std::vector<float>& alpha) {
+    for (int y = 0; y < work.height; ++y)
+        for (int x = 0; x < work.width; ++x) work.Row(y)[4 * x + 3] = alpha[size_t(y) * work.width + x];
+}
+
+}  // namespace
+
+Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
+    const int64_t pixels = int64_t{in.width} * in.height;
+    FloatImage work(in.width, in.height);
+    const ImageSize roi{in.width, in.height};
+    std::vector<float> alpha;
+    Stage(in.bits == 8 ? "Bgra32 -> linear ProPhoto" : "Rgba64 -> linear ProPhoto", pixels,
+          [&] { Linearize(in, work, alpha); });
+    Stage("base luminance blur (tool)", pixels, [&] { BaseLuminance(work); });
+    const DevelopParameter p[7] = {{amounts.exposure, nullptr}, {amounts.brightness, nullptr},
+                                   {amounts.shadows, nullptr},  {amounts.highlights, nullptr},
+                                   {amounts.contrast, nullptr}, {amounts.clarity, nullptr},
+                                   {amounts.saturation, nullptr}};
+    Stage("develop pass", pixels, [&] {
+        ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(work.data.get(), work.step, &roi, &p[0], &p[1], &p[2], &p[3], &p[4], &p[5],
+                                              &p[6], 0, 0, 0, 0.0f, 0, 0, 0);
+    });
+    Stage("ProPhoto -> sRGB primaries (tool)", pixels, [&] { ToSrgbPrimaries(work); });
+    // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
+    Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });
+    Stage("alpha back", pixels, [&] { RestoreAlpha(work, alpha); });
+    Image out;
+    Stage(in.bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(work, in.bits); });
+    return out;
+}
+
+}  // namespace velmora::tool

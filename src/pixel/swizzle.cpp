@@ -254,14 +254,11 @@ inline __m128i Narrow(__m128i v) {
     }
 }
 
-// One block: 64 bytes of four-channel pixels (16, 8 or 4 pixels), whatever the layout on either
-// side. Loads everything before storing, so src may equal dst.
+// One block through lanes. Loads everything before storing, so src may equal dst.
 template <class T, int SrcCh, int DstCh>
-struct Block {
-    static constexpr int kElement = sizeof(T);
-    static constexpr int kPixels = 64 / (4 * kElement);
-    static constexpr int kSrcBytes = kPixels * SrcCh * kElement;
-    static constexpr int kDstBytes = kPixels * DstCh * kElement;
+struct Block : BlockShape<T, SrcCh, DstCh> {
+    using Shape = BlockShape<T, SrcCh, DstCh>;
+    using Shape::kElement;
 
     template <bool Stream, class Perm>
     static void Run(const uint8_t* src, uint8_t* dst, const Perm& perm) {

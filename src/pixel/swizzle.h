@@ -16,6 +16,16 @@
 
 namespace velmora::swizzle {
 
+// The block every body works on: 64 bytes of four-channel pixels (16, 8 or 4 pixels), whatever
+// the layout on either side; three-channel sides are 48 bytes, still whole vectors.
+template <class T, int SrcCh, int DstCh>
+struct BlockShape {
+    static constexpr int kElement = sizeof(T);
+    static constexpr int kPixels = 64 / (4 * kElement);
+    static constexpr int kSrcBytes = kPixels * SrcCh * kElement;
+    static constexpr int kDstBytes = kPixels * DstCh * kElement;
+};
+
 // Destinations at least this large are written with streaming stores, which skip reading each
 // destination line into the cache before overwriting it: such a region does not stay in the
 // last-level cache of the processors the editor runs on anyway, and the saved reads make the

@@ -25,11 +25,9 @@ inline void ForEach(F&& f) {
 // Destination byte j belongs to pixel j / (DstCh x element) and channel (j / element) % DstCh;
 // it takes the same byte of channel order[c] of that pixel in the source, or of the fill.
 template <class T, int SrcCh, int DstCh>
-struct ShuffleBlock {
-    static constexpr int kElement = sizeof(T);
-    static constexpr int kPixels = 64 / (4 * kElement);
-    static constexpr int kSrcBytes = kPixels * SrcCh * kElement;
-    static constexpr int kDstBytes = kPixels * DstCh * kElement;
+struct ShuffleBlock : BlockShape<T, SrcCh, DstCh> {
+    using Shape = BlockShape<T, SrcCh, DstCh>;
+    using Shape::kElement, Shape::kSrcBytes, Shape::kDstBytes;
     static constexpr int kIn = kSrcBytes / 16, kOut = kDstBytes / 16;
     static constexpr bool kFill = DstCh > SrcCh;
 

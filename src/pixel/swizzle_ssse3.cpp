@@ -36,40 +36,46 @@ struct ShuffleBlock : BlockShape<T, SrcCh, DstCh> {
         return (j / (DstCh * kElement)) * SrcCh * kElement + from * kElement + j % kElement;
     }
     // Which source vectors can feed destination vector k under some order: the pairs the block
-    // shuffles. A pixel is at most 16 bytes, so a destination vector draws on two or three.
-    static constexpr auto kReads = [] {
-        std::array<std::array<bool, kIn>, kOut> reads{};
-        for (int j = 0; j < kDstBytes; ++j)
-            for (int from = 0; from < SrcCh; ++from) reads[j / 16][SourceByte(j, from) / 16] = true;
-        return reads;
+    // shuffles, numbered; -1 for none. A pixel is at most 16 bytes, so a destination vector draws
+    // on one to three.
+    static constexpr auto kSlots = [] {
+        std::array<std::array<int, kIn>, kOut> slots{};
+        for (auto& row : slots) row.fill(-1);
+        int next = 0;
+        for (int k = 0; k < kOut; ++k)
+            for (int j = 16 * k; j < 16 * k + 16; ++j)
+                for (int from = 0; from < SrcCh; ++from)
+                    if (int& slot = slots[k][SourceByte(j, from) / 16]; slot < 0) slot = next++;
+        return std::pair{slots, next};
     }();
+    static constexpr int kPairs = kSlots.second;
 
+    // Only the pairs that can carry bytes get a mask, so all of them stay in registers. The fill
+    // is the same in every destination vector: four-channel pixels divide 16 bytes.
     struct Masks {
-        __m128i pick[kOut][kIn];  // bytes from source vector v into destination vector k
-        __m128i fill[kOut];       // the fill in the channels that take it
+        __m128i pick[kPairs];
+        __m128i fill;
     };
 
     template <class Fill>
     static Masks Build(const int32_t* order, Fill fill_value) {
-        alignas(16) uint8_t pick[kOut][kIn][16];
-        alignas(16) uint8_t fill[kOut][16] = {};
+        alignas(16) uint8_t pick[kPairs][16];
+        alignas(16) uint8_t fill[16] = {};
         uint8_t fill_bytes[sizeof(T)];
         __builtin_memcpy(fill_bytes, &fill_value, sizeof(T));
         __builtin_memset(pick, 0x80, sizeof(pick));  // a set top bit makes the shuffle write zero
         for (int j = 0; j < kDstBytes; ++j) {
             const int32_t from = order[(j / kElement) % DstCh];
             if (kFill && from >= 3) {
-                fill[j / 16][j % 16] = fill_bytes[j % kElement];
+                fill[j % 16] = fill_bytes[j % kElement];
                 continue;
             }
             const int s = SourceByte(j, from);
-            pick[j / 16][s / 16][j % 16] = uint8_t(s % 16);
+            pick[kSlots.first[j / 16][s / 16]][j % 16] = uint8_t(s % 16);
         }
         Masks m;
-        for (int k = 0; k < kOut; ++k) {
-            m.fill[k] = _mm_load_si128(reinterpret_cast<const __m128i*>(fill[k]));
-            for (int v = 0; v < kIn; ++v) m.pick[k][v] = _mm_load_si128(reinterpret_cast<const __m128i*>(pick[k][v]));
-        }
+        m.fill = _mm_load_si128(reinterpret_cast<const __m128i*>(fill));
+        for (int i = 0; i < kPairs; ++i) m.pick[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(pick[i]));
         return m;
     }
 
@@ -78,9 +84,10 @@ struct ShuffleBlock : BlockShape<T, SrcCh, DstCh> {
         __m128i in[kIn], out[kOut];
         ForEach<kIn>([&](auto v) { in[v] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 16 * v)); });
         ForEach<kOut>([&](auto k) {
-            out[k] = kFill ? m.fill[k] : _mm_setzero_si128();
+            out[k] = kFill ? m.fill : _mm_setzero_si128();
             ForEach<kIn>([&](auto v) {
-                if constexpr (kReads[k][v]) out[k] = _mm_or_si128(out[k], _mm_shuffle_epi8(in[v], m.pick[k][v]));
+                constexpr int kSlot = kSlots.first[k][v];
+                if constexpr (kSlot >= 0) out[k] = _mm_or_si128(out[k], _mm_shuffle_epi8(in[v], m.pick[kSlot]));
             });
         });
         ForEach<kOut>([&](auto k) { StoreVector<Stream>(dst + 16 * k, out[k]); });

@@ -10,44 +10,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/vec4.h"
 #include "core/xmmath.h"
+#include "pixel/srgb_math.h"
 
 namespace velmora::pixel {
 namespace {
 
-constexpr float kEncodeThreshold = 0.0031308f;
-constexpr float kEncodeSlope = 12.92f;
-constexpr float kEncodeScale = 1.055f;
-constexpr float kEncodeOffset = 0.055f;
-constexpr float kEncodeExponent = 0.41666666f;  // the float nearest 1/2.4
-constexpr float kDecodeThreshold = 0.04045f;
-constexpr float kDecodeSlope = 0.07739938f;     // the float nearest 1/12.92
-constexpr float kDecodeScale = 0.9478673f;      // the float nearest 1/1.055
-constexpr float kDecodeOffset = 0.052132703f;   // the float nearest 0.055/1.055
-constexpr float kDecodeExponent = 2.4f;
-static_assert(std::bit_cast<uint32_t>(kEncodeExponent) == 0x3ED55555u);
-
-// ---- Formula kernels ------------------------------------------------------------------------
-
-// Negative values take the linear branch and values above 1 the power branch; NaN fails the
-// comparison and so takes the power branch, which keeps it NaN.
-inline __m128 EncodeByFormula(__m128 v) {
-    const __m128 linear = _mm_cmplt_ps(v, v4::Set1(kEncodeThreshold));
-    const __m128 power = _mm_sub_ps(_mm_mul_ps(v4::Set1(kEncodeScale), XMVectorPowFast(v, v4::Set1(kEncodeExponent))),
-                                    v4::Set1(kEncodeOffset));
-    return v4::Select(power, _mm_mul_ps(v, v4::Set1(kEncodeSlope)), linear);
-}
-
-// The power's base is (v + 0.055) / 1.055, formed as a sum and then a product by the reciprocal.
-// NaN fails the comparison and takes the linear branch, which keeps it NaN.
-inline __m128 DecodeByFormula(__m128 v) {
-    const __m128 base = _mm_mul_ps(_mm_add_ps(v, v4::Set1(kEncodeOffset)), v4::Set1(kDecodeScale));
-    const __m128 power = XMVectorPowFast(base, v4::Set1(kDecodeExponent));
-    const __m128 high = _mm_cmplt_ps(v4::Set1(kDecodeThreshold), v);
-    return v4::Select(_mm_mul_ps(v, v4::Set1(kDecodeSlope)), power, high);
-}
+using namespace srgb;
 
 // The accurate encoder: clamped first (NaN becomes 0), then the runtime's powf on each lane.
 inline __m128 EncodeByPowf(__m128 v) {
@@ -164,7 +136,8 @@ float* PixelAt(float* data, int32_t step, int32_t x, int32_t y) {
 using namespace velmora::pixel;
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
-    TransformRows(data, step, roi->width, roi->height, EncodeByFormula);
+    if (velmora::cpu::Has(velmora::cpu::Level::Avx2)) return EncodeRowsAvx2(data, step, roi->width, roi->height);
+    TransformRows(data, step, roi->width, roi->height, EncodeByFormula<velmora::Batch4>);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_2(float* data, int32_t step, const ImageSize* roi) {
@@ -182,7 +155,8 @@ extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(f
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
-    TransformRows(data, step, roi->width, roi->height, DecodeByFormula);
+    if (velmora::cpu::Has(velmora::cpu::Level::Avx2)) return DecodeRowsAvx2(data, step, roi->width, roi->height);
+    TransformRows(data, step, roi->width, roi->height, DecodeByFormula<velmora::Batch4>);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2_Curve(float* data, int32_t step,

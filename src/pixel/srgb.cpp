@@ -35,26 +35,6 @@ inline __m128 EncodeByPowf(__m128 v) {
     return v4::Select(power, _mm_mul_ps(v, v4::Set1(kEncodeSlope)), linear);
 }
 
-// Runs pixel_fn over every pixel of the rows. Four pixels a step give the processor four
-// independent log/exp chains to overlap; the remaining pixels go one at a time through the same
-// function, so the tail's values equal the body's.
-template <class PixelFn>
-void TransformRows(float* data, int32_t step, int32_t width, int32_t height, PixelFn pixel_fn) {
-    for (int32_t y = 0; y < height; ++y) {
-        float* p = frame::Row(data, step, y);
-        int32_t x = 0;
-        for (; x + 4 <= width; x += 4, p += 16) {
-            const __m128 a = pixel_fn(v4::Load(p)), b = pixel_fn(v4::Load(p + 4));
-            const __m128 c = pixel_fn(v4::Load(p + 8)), d = pixel_fn(v4::Load(p + 12));
-            v4::Store(p, a);
-            v4::Store(p + 4, b);
-            v4::Store(p + 8, c);
-            v4::Store(p + 12, d);
-        }
-        for (; x < width; ++x, p += 4) v4::Store(p, pixel_fn(v4::Load(p)));
-    }
-}
-
 // ---- Table kernels --------------------------------------------------------------------------
 
 // 1024 steps of 1/1023 and a guard entry repeating the last one. The index is the clamped value
@@ -122,7 +102,7 @@ template <Direction D>
 void TableRows(float* data, int32_t step, int32_t width, int32_t height) {
     Table table;
     BuildTable<D>(table);
-    TransformRows(data, step, width, height, [&](__m128 v) { return Interpolate(table, v); });
+    TransformRows<velmora::Batch4>(data, step, width, height, [&](__m128 v) { return Interpolate(table, v); });
 }
 
 // The top left pixel of the rectangle at (x, y), formed in pointer width.
@@ -137,11 +117,11 @@ using namespace velmora::pixel;
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
     if (velmora::cpu::Has(velmora::cpu::Level::Avx2)) return EncodeRowsAvx2(data, step, roi->width, roi->height);
-    TransformRows(data, step, roi->width, roi->height, EncodeByFormula<velmora::Batch4>);
+    TransformRows<velmora::Batch4>(data, step, roi->width, roi->height, EncodeByFormula<velmora::Batch4>);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_2(float* data, int32_t step, const ImageSize* roi) {
-    TransformRows(data, step, roi->width, roi->height, EncodeByPowf);
+    TransformRows<velmora::Batch4>(data, step, roi->width, roi->height, EncodeByPowf);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve(float* data, int32_t step,
@@ -156,7 +136,7 @@ extern "C" VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(f
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi) {
     if (velmora::cpu::Has(velmora::cpu::Level::Avx2)) return DecodeRowsAvx2(data, step, roi->width, roi->height);
-    TransformRows(data, step, roi->width, roi->height, DecodeByFormula<velmora::Batch4>);
+    TransformRows<velmora::Batch4>(data, step, roi->width, roi->height, DecodeByFormula<velmora::Batch4>);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageSRGBToRGB_Rgb128F_SSE2_Curve(float* data, int32_t step,

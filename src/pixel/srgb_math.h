@@ -6,8 +6,11 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include <xsimd/xsimd.hpp>
+
+#include "core/frame.h"
 
 namespace velmora::pixel::srgb {
 
@@ -46,6 +49,38 @@ inline B DecodeByFormula(B v) {
     const B power = PowFast(base, kDecodeExponent);
     const auto high = B(kDecodeThreshold) < v;
     return xsimd::select(high, power, v * B(kDecodeSlope));
+}
+
+// Runs pixel_fn over every pixel of the rows, B::size / 4 pixels a vector. Four vectors a step
+// give the processor four independent log/exp chains to overlap; the rest go one vector at a
+// time through the same function, so the tail's values equal the body's. Where a vector holds
+// more than one pixel, a row's last pixels that do not fill one pass through a zeroed buffer, so
+// nothing past the region is read or written.
+template <class B, class PixelFn>
+void TransformRows(float* data, int32_t step, int32_t width, int32_t height, PixelFn pixel_fn) {
+    constexpr int32_t kPixels = B::size / 4;
+    for (int32_t y = 0; y < height; ++y) {
+        float* p = frame::Row(data, step, y);
+        int32_t x = 0;
+        for (; x + 4 * kPixels <= width; x += 4 * kPixels, p += 4 * B::size) {
+            const B a = pixel_fn(B::load_unaligned(p)), b = pixel_fn(B::load_unaligned(p + B::size));
+            const B c = pixel_fn(B::load_unaligned(p + 2 * B::size)), d = pixel_fn(B::load_unaligned(p + 3 * B::size));
+            a.store_unaligned(p);
+            b.store_unaligned(p + B::size);
+            c.store_unaligned(p + 2 * B::size);
+            d.store_unaligned(p + 3 * B::size);
+        }
+        for (; x + kPixels <= width; x += kPixels, p += B::size) B(pixel_fn(B::load_unaligned(p))).store_unaligned(p);
+        if constexpr (kPixels > 1) {
+            if (x < width) {
+                alignas(64) float part[B::size] = {};
+                const size_t bytes = static_cast<size_t>(width - x) * 16;
+                std::memcpy(part, p, bytes);
+                B(pixel_fn(B::load_aligned(part))).store_aligned(part);
+                std::memcpy(p, part, bytes);
+            }
+        }
+    }
 }
 
 // The AVX2 bodies (srgb_avx2.cpp), run only when the processor has AVX2: the same rows, two

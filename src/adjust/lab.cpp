@@ -4,6 +4,8 @@
 //
 // Pixels read and written: each row in whole blocks, so a width that is not a multiple of four
 // reads and rewrites up to three pixels past the region (the caller's pitch must hold them).
+// Processors with AVX2 take two blocks a vector through the same arithmetic (lab_avx2.cpp),
+// touching the same blocks and giving the same bits.
 #include "adjust/lab_math.h"
 #include "core/cpu.h"
 #include "core/frame.h"

@@ -48,11 +48,13 @@ using namespace velmora;
 extern "C" VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* image, int32_t step,
                                                                                   const ImageSize* roi) {
     const auto row_fn = cpu::Has(cpu::Level::Avx2) ? adjust::lab::ToLabRowAvx2 : adjust::ToLabRow;
-    frame::ForEachRow(image, step, image, step, roi, [&](const float*, float* row, int32_t width) { row_fn(row, width); });
+    frame::ForEachRow(image, step, image, step, roi,
+                      [&](const float*, float* row, int32_t width) { row_fn(row, width); });
 }
 
 extern "C" VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
                                                                                   const ImageSize* roi) {
     const auto row_fn = cpu::Has(cpu::Level::Avx2) ? adjust::lab::FromLabRowAvx2 : adjust::FromLabRow;
-    frame::ForEachRow(image, step, image, step, roi, [&](const float*, float* row, int32_t width) { row_fn(row, width); });
+    frame::ForEachRow(image, step, image, step, roi,
+                      [&](const float*, float* row, int32_t width) { row_fn(row, width); });
 }

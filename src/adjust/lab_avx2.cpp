@@ -1,7 +1,7 @@
-// The Lab conversions eight pixels a vector (AVX2): two blocks side by side, block n in the low half and
-// block n + 1 in the high half, through the same per-lane arithmetic as the SSE2 body. A row's
-// odd last block runs alone in the low half (the high half computes zeros and is never stored),
-// so exactly the blocks the SSE2 body touches are read and written.
+// The Lab conversions eight pixels a vector (AVX2): two blocks side by side, block n in the low
+// half and block n + 1 in the high half, through the same per-lane arithmetic as the SSE2 body.
+// A row's odd last block runs alone in the low half (the high half computes on zeros and is
+// never stored), so exactly the blocks the SSE2 body touches are read and written.
 #include <immintrin.h>
 
 #include "adjust/lab_math.h"

@@ -9,6 +9,7 @@
 
 #include "core/cpu.h"
 #include "pixel/swizzle_kernels.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 
 namespace {
@@ -61,9 +62,7 @@ std::vector<std::vector<int32_t>> Orders(const Kernel& k, std::mt19937& rng) {
 // where it found it.
 void ExpectLevelsAgree(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order, uint32_t fill_bits,
                        int step_align = 1) {
-    struct Restore {
-        ~Restore() { velmora::cpu::CapLevel(velmora::cpu::Detected()); }
-    } restore;
+    vt::DetectedLevelAtExit restore;
     velmora::cpu::CapLevel(Level::Sse2);
     const std::vector<uint8_t> baseline = CallOnFreshPlanes(k, s, order, fill_bits, step_align);
     for (int level = 1; level <= static_cast<int>(velmora::cpu::Detected()); ++level) {

@@ -1,0 +1,61 @@
+// The Lab conversions eight pixels a vector (AVX2): two blocks side by side, block n in the low
+// half and block n + 1 in the high half, through the same per-lane arithmetic as the SSE2 body.
+// A row's odd last block runs alone in the low half (the high half computes on zeros and is
+// never stored), so exactly the blocks the SSE2 body touches are read and written.
+#include <immintrin.h>
+
+#include "adjust/lab_math.h"
+
+namespace velmora::adjust::lab {
+namespace {
+
+using Batch8 = xsimd::batch<float, xsimd::avx2>;
+
+// Vector i of a block pair: the four floats at i of the first block, then those of the second.
+// Without a second block the high half is zero.
+inline __m256 LoadPair(const float* first, const float* second) {
+    const __m256 low = _mm256_castps128_ps256(_mm_loadu_ps(first));
+    return second ? _mm256_insertf128_ps(low, _mm_loadu_ps(second), 1)
+                  : _mm256_insertf128_ps(low, _mm_setzero_ps(), 1);
+}
+
+inline void StorePair(float* first, float* second, __m256 v) {
+    _mm_storeu_ps(first, _mm256_castps256_ps128(v));
+    if (second) _mm_storeu_ps(second, _mm256_extractf128_ps(v, 1));
+}
+
+// The 4 x 4 transpose of each half at once: pixels to components and back.
+inline void TransposeHalves(__m256 (&v)[4]) {
+    const __m256 t0 = _mm256_unpacklo_ps(v[0], v[1]), t1 = _mm256_unpacklo_ps(v[2], v[3]);
+    const __m256 t2 = _mm256_unpackhi_ps(v[0], v[1]), t3 = _mm256_unpackhi_ps(v[2], v[3]);
+    v[0] = _mm256_shuffle_ps(t0, t1, _MM_SHUFFLE(1, 0, 1, 0));
+    v[1] = _mm256_shuffle_ps(t0, t1, _MM_SHUFFLE(3, 2, 3, 2));
+    v[2] = _mm256_shuffle_ps(t2, t3, _MM_SHUFFLE(1, 0, 1, 0));
+    v[3] = _mm256_shuffle_ps(t2, t3, _MM_SHUFFLE(3, 2, 3, 2));
+}
+
+// Walks a row's blocks in pairs; the second block of a pair exists while x + 4 < width, the
+// same test by which the SSE2 body visits it.
+template <bool ToLabDirection>
+void LabRowAvx2(float* row, int32_t width) {
+    for (int32_t x = 0; x < width; x += 8) {
+        float* first = row + 4 * x;
+        float* second = x + 4 < width ? first + 16 : nullptr;
+        __m256 m[4];
+        for (int i = 0; i < 4; ++i) m[i] = LoadPair(first + 4 * i, second ? second + 4 * i : nullptr);
+        if constexpr (ToLabDirection) TransposeHalves(m);
+        Batch8 v[4] = {m[0], m[1], m[2], m[3]};
+        if constexpr (ToLabDirection) ToLab(v);
+        else FromLab(v);
+        for (int i = 0; i < 4; ++i) m[i] = v[i];
+        if constexpr (!ToLabDirection) TransposeHalves(m);
+        for (int i = 0; i < 4; ++i) StorePair(first + 4 * i, second ? second + 4 * i : nullptr, m[i]);
+    }
+}
+
+}  // namespace
+
+void ToLabRowAvx2(float* row, int32_t width) { LabRowAvx2<true>(row, width); }
+void FromLabRowAvx2(float* row, int32_t width) { LabRowAvx2<false>(row, width); }
+
+}  // namespace velmora::adjust::lab

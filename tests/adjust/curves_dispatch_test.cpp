@@ -8,12 +8,21 @@
 
 #include "core/cpu.h"
 #include "curves_kernels.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 
 namespace {
 
 using namespace curves_test;
 using velmora::cpu::Level;
+
+// Samples for the level comparison: any 16-bit code; for floats the edge values every lane must
+// agree on (NaN payloads, infinities, denormals, both clamp ends) among values in [0, 1].
+template <class T>
+T LevelSample(std::mt19937& rng) {
+    if constexpr (std::is_same_v<T, uint16_t>) return RandomSample<T>(rng);
+    else return vt::EdgeFloat(rng, 1.f, {0.f, 1.f});
+}
 
 // One call at one level on freshly filled planes; returns the destination mapping afterwards.
 template <class T>
@@ -24,13 +33,12 @@ std::vector<uint8_t> RunAt(Level level, const Kernel& k, const vt::Shape& s, int
     vt::GuardedPlane src(row, y0 + h, vt::StepFor(s, row, s.pad_src, 1), s.placement, 1);
     vt::GuardedPlane dst(row, y0 + h, vt::StepFor(s, row, s.pad_dst, 1), s.placement, 1);
     std::mt19937 rng(s.seed);
-    src.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
-    dst.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
+    src.FillRows<T>([&](int, int64_t) { return LevelSample<T>(rng); });
+    dst.FillRows<T>([&](int, int64_t) { return LevelSample<T>(rng); });
+    const vt::DetectedLevelAtExit restore;
     velmora::cpu::CapLevel(level);
-    const StatusCode status =
-        k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height, table.data(), param);
-    velmora::cpu::CapLevel(velmora::cpu::Detected());
-    EXPECT_EQ(status, StatusOk);
+    EXPECT_EQ(StatusOk,
+              k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height, table.data(), param));
     return dst.Snapshot();
 }
 

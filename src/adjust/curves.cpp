@@ -14,6 +14,7 @@
 #include "adjust/curves_pairs.h"
 #include "core/cpu.h"
 #include "core/frame.h"
+#include "core/stream.h"
 #include "core/vec4.h"
 
 namespace velmora::curves {
@@ -107,13 +108,9 @@ StatusCode Curve16(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t
 
 // ---- Float samples ----------------------------------------------------------------------------
 
-// Whether the AVX2 float bodies write past the cache: only for destinations (width x height
-// items of item_bytes) too large to stay cached anyway, where streaming saves reading every
-// destination line before overwriting it (about a tenth of the time on large images). Smaller
-// results stay cached for whatever reads them next.
-inline bool Streams(int32_t width, int32_t height, int64_t item_bytes) {
-    constexpr int64_t kStreamBytes = int64_t{32} << 20;
-    return width > 0 && int64_t{width} * height * item_bytes >= kStreamBytes;
+// Whether the AVX2 float bodies stream a destination of width x height items of item_bytes.
+inline bool Streams(const void* src, const void* dst, int32_t width, int32_t height, int64_t item_bytes) {
+    return width > 0 && stream::Worthwhile(src, dst, int64_t{width} * height * item_bytes);
 }
 
 // Inputs are clamped to [0, 1] first (NaN becomes 0), so positions stay inside [0, scale]; the
@@ -143,7 +140,7 @@ StatusCode Curve32(const float* src, int32_t src_step, float* dst, int32_t dst_s
     constexpr RowFn kRows[4] = {Curve32Row<false, false>, Curve32Row<false, true>, Curve32Row<true, false>,
                                 Curve32Row<true, true>};
     const bool avx2 = cpu::Has(cpu::Level::Avx2);
-    const bool stream = Streams(width, height, 4);
+    const bool stream = Streams(src, dst, width, height, 4);
     src = frame::Row(src, src_step, y) + x;
     dst = frame::Row(dst, dst_step, y) + x;
     for (int32_t row = 0; row < height; ++row) {
@@ -195,7 +192,7 @@ StatusCode Curve4(const float* src, int32_t src_step, float* dst, int32_t dst_st
     // The AVX2 body forms record offsets 4k in 32 bits: positions that far out, or a NaN scale,
     // stay on the SSE2 body, which forms its addresses in pointer width.
     const bool avx2 = cpu::Has(cpu::Level::Avx2) && scale > -kOffsetReach && scale < kOffsetReach;
-    const bool stream = Streams(width, height, 16);
+    const bool stream = Streams(src, dst, width, height, 16);
     src = frame::Row(src, src_step, y) + 4 * ptrdiff_t{x};
     dst = frame::Row(dst, dst_step, y) + 4 * ptrdiff_t{x};
     for (int32_t row = 0; row < height; ++row) {

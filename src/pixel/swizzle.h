@@ -13,6 +13,7 @@
 #include <emmintrin.h>
 
 #include "core/frame.h"
+#include "core/stream.h"
 
 namespace velmora::swizzle {
 
@@ -26,12 +27,6 @@ struct BlockShape {
     static constexpr int kDstBytes = kPixels * DstCh * kElement;
 };
 
-// Destinations at least this large are written with streaming stores, which skip reading each
-// destination line into the cache before overwriting it: such a region does not stay in the
-// last-level cache of the processors the editor runs on anyway, and the saved reads make the
-// swizzle a third to a half faster there. Smaller regions keep ordinary stores, so whatever
-// reads the result next finds it in the cache.
-inline constexpr int64_t kStreamBytes = int64_t{16} << 20;
 
 namespace {
 // Stores one vector of a block; streaming stores need a 16-byte aligned address. Kept out of
@@ -76,14 +71,13 @@ int32_t AlignedHead(const uint8_t* dst, int32_t dst_step) {
 
 // The region's rows; src and dst already point at the sub-rectangle's first pixel. The
 // permutation is copied once so its vectors stay in registers across the stores. A large
-// destination that is not also the source streams from its first aligned pixel on; in place,
-// every line was just read into the cache, and streaming would only evict it.
+// destination that is not also the source streams from its first aligned pixel on.
 template <class B, class Perm>
 void SwizzleRows(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width, int32_t height,
                  const Perm& perm) {
     const Perm local = perm;
     const int64_t dst_bytes = int64_t{width} * height * (B::kDstBytes / B::kPixels);
-    const int32_t head = src != dst && dst_bytes >= kStreamBytes ? AlignedHead<B>(dst, dst_step) : -1;
+    const int32_t head = stream::Worthwhile(src, dst, dst_bytes) ? AlignedHead<B>(dst, dst_step) : -1;
     if (head < 0) {
         for (int32_t row = 0; row < height; ++row)
             SwizzleRow<B, false>(frame::Row(src, src_step, row), frame::Row(dst, dst_step, row), width, local);

@@ -10,8 +10,10 @@
 
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "core/frame.h"
+#include "core/stream.h"
 #include "core/vec4.h"
 
 namespace velmora::pixel {
@@ -24,6 +26,46 @@ constexpr float kInv255 = 0.003921569f;
 constexpr float kInv65535 = 1.5259022e-05f;
 static_assert(std::bit_cast<uint32_t>(kInv255) == 0x3B808081u);
 static_assert(std::bit_cast<uint32_t>(kInv65535) == 0x37800080u);
+
+// How a row kernel stores: unaligned, aligned, or aligned with streaming stores for large
+// destinations (the policy in core/stream.h). The arithmetic is the same for all three.
+enum class Access { Unaligned, Aligned, Stream };
+
+template <Access kAccess>
+inline void Put(float* p, __m128 v) {
+    if constexpr (kAccess == Access::Stream) _mm_stream_ps(p, v);
+    else if constexpr (kAccess == Access::Aligned) StoreAligned(p, v);
+    else Store(p, v);
+}
+template <Access kAccess>
+inline void PutI(void* p, __m128i v) {
+    if constexpr (kAccess == Access::Stream) _mm_stream_si128(static_cast<__m128i*>(p), v);
+    else if constexpr (kAccess == Access::Aligned) StoreIAligned(p, v);
+    else StoreI(p, v);
+}
+
+// Aligned destination rows (pointer and step) take aligned stores, and stream when the
+// destination is large and not the source.
+inline Access DestinationAccess(const void* src, const void* dst, int32_t dst_step, const ImageSize* roi,
+                                int dst_pixel_bytes) {
+    if (((reinterpret_cast<uintptr_t>(dst) | static_cast<uint32_t>(dst_step)) & 15u) != 0) return Access::Unaligned;
+    const int64_t bytes = roi->width > 0 && roi->height > 0 ? int64_t{roi->width} * roi->height * dst_pixel_bytes : 0;
+    return stream::Worthwhile(src, dst, bytes) ? Access::Stream : Access::Aligned;
+}
+
+// Calls fn with the access as a compile-time constant, and orders streamed stores before the
+// kernel returns.
+template <class Fn>
+inline void WithAccess(Access access, Fn&& fn) {
+    switch (access) {
+        case Access::Unaligned: fn(std::integral_constant<Access, Access::Unaligned>{}); break;
+        case Access::Aligned: fn(std::integral_constant<Access, Access::Aligned>{}); break;
+        case Access::Stream:
+            fn(std::integral_constant<Access, Access::Stream>{});
+            _mm_sfence();
+            break;
+    }
+}
 
 // ---- 8-bit to float, two pixels a step ------------------------------------------------------
 
@@ -44,7 +86,7 @@ inline __m128 BytePixelToFloat(__m128i pixel_words) {
     return v;
 }
 
-template <Order kOrder, bool kPremultiply>
+template <Order kOrder, bool kPremultiply, Access kDst>
 void BytesToFloatRow(const uint8_t* src, float* dst, int32_t width) {
     const int32_t pixels = (width + 1) & ~1;  // odd widths convert one pixel past the region
     int32_t i = 0;
@@ -53,30 +95,23 @@ void BytesToFloatRow(const uint8_t* src, float* dst, int32_t width) {
     for (; i + 4 <= pixels; i += 4) {
         const __m128i words_lo = WidenLo8(LoadI(src + 4 * i));
         const __m128i words_hi = WidenHi8(LoadI(src + 4 * i));
-        Store(dst + 4 * i, BytePixelToFloat<kOrder, kPremultiply>(words_lo));
-        Store(dst + 4 * i + 4, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words_lo, 8)));
-        Store(dst + 4 * i + 8, BytePixelToFloat<kOrder, kPremultiply>(words_hi));
-        Store(dst + 4 * i + 12, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words_hi, 8)));
+        Put<kDst>(dst + 4 * i, BytePixelToFloat<kOrder, kPremultiply>(words_lo));
+        Put<kDst>(dst + 4 * i + 4, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words_lo, 8)));
+        Put<kDst>(dst + 4 * i + 8, BytePixelToFloat<kOrder, kPremultiply>(words_hi));
+        Put<kDst>(dst + 4 * i + 12, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words_hi, 8)));
     }
     for (; i < pixels; i += 2) {
         const __m128i words = WidenLo8(Load64(src + 4 * i));
-        Store(dst + 4 * i, BytePixelToFloat<kOrder, kPremultiply>(words));
-        Store(dst + 4 * i + 4, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words, 8)));
+        Put<kDst>(dst + 4 * i, BytePixelToFloat<kOrder, kPremultiply>(words));
+        Put<kDst>(dst + 4 * i + 4, BytePixelToFloat<kOrder, kPremultiply>(_mm_srli_si128(words, 8)));
     }
 }
 
 // ---- 16-bit to float ------------------------------------------------------------------------
 
-enum class Access { Aligned, Unaligned };
-
 template <Access kAccess>
 inline __m128i LoadBlock(const void* p) {
-    return kAccess == Access::Aligned ? LoadIAligned(p) : LoadI(p);
-}
-template <Access kAccess>
-inline void StoreBlock(float* p, __m128 v) {
-    if constexpr (kAccess == Access::Aligned) StoreAligned(p, v);
-    else Store(p, v);
+    return kAccess == Access::Unaligned ? LoadI(p) : LoadIAligned(p);
 }
 
 template <Access kSrc, Access kDst>
@@ -85,14 +120,14 @@ void WordsToFloatRow(const uint16_t* src, float* dst, int32_t width) {
     const int32_t pairs = width >> 1;
     for (int32_t p = 0; p < pairs; ++p) {
         const __m128i words = LoadBlock<kSrc>(src + 8 * p);
-        StoreBlock<kDst>(dst + 8 * p, _mm_mul_ps(_mm_cvtepi32_ps(WidenLo16(words)), scale));
-        StoreBlock<kDst>(dst + 8 * p + 4, _mm_mul_ps(_mm_cvtepi32_ps(WidenHi16(words)), scale));
+        Put<kDst>(dst + 8 * p, _mm_mul_ps(_mm_cvtepi32_ps(WidenLo16(words)), scale));
+        Put<kDst>(dst + 8 * p + 4, _mm_mul_ps(_mm_cvtepi32_ps(WidenHi16(words)), scale));
     }
     // The last pixel of an odd row, alone, so nothing past it is touched. Negative widths (whose
     // arithmetic shift leaves pairs * 2 below the width) process nothing.
     if (width > 0 && pairs * 2 < width) {
         const __m128i words = Load64(src + 8 * pairs);
-        Store(dst + 8 * pairs, _mm_mul_ps(_mm_cvtepi32_ps(WidenLo16(words)), scale));
+        Put<kDst>(dst + 8 * pairs, _mm_mul_ps(_mm_cvtepi32_ps(WidenLo16(words)), scale));
     }
 }
 
@@ -112,25 +147,25 @@ inline __m128i FourPixelsToBytes(const float* src) {
 template <Order kOrder, Access kDst>
 void FloatToBytesRow(const float* src, uint8_t* dst, int32_t width) {
     for (int32_t i = 0; i < width; i += 4) {  // widths round up to four pixels
-        const __m128i bytes = FourPixelsToBytes<kOrder>(src + 4 * i);
-        if constexpr (kDst == Access::Aligned) StoreIAligned(dst + 4 * i, bytes);
-        else StoreI(dst + 4 * i, bytes);
+        PutI<kDst>(dst + 4 * i, FourPixelsToBytes<kOrder>(src + 4 * i));
     }
 }
 
+template <Access kDst>
 inline void TwoPixelsToWords(const float* src, uint16_t* dst) {
     const __m128 scale = Set1(65535.0f);
-    StoreI(dst, PackToWords(ToCode(Load(src), scale), ToCode(Load(src + 4), scale)));
+    PutI<kDst>(dst, PackToWords(ToCode(Load(src), scale), ToCode(Load(src + 4), scale)));
 }
 
+template <Access kDst>
 void FloatToWordsRow(const float* src, uint16_t* dst, int32_t width) {
     const int32_t pixels = (width + 1) & ~1;  // odd widths write one pixel past the region
     int32_t i = 0;
     for (; i + 4 <= pixels; i += 4) {  // two pairs a step for more work in flight
-        TwoPixelsToWords(src + 4 * i, dst + 4 * i);
-        TwoPixelsToWords(src + 4 * i + 8, dst + 4 * i + 8);
+        TwoPixelsToWords<kDst>(src + 4 * i, dst + 4 * i);
+        TwoPixelsToWords<kDst>(src + 4 * i + 8, dst + 4 * i + 8);
     }
-    if (i < pixels) TwoPixelsToWords(src + 4 * i, dst + 4 * i);
+    if (i < pixels) TwoPixelsToWords<kDst>(src + 4 * i, dst + 4 * i);
 }
 
 // ---- Rgb128F to Bgr24, sixteen pixels (48 bytes) a step -----------------------------------
@@ -181,40 +216,41 @@ void FloatToBgr24Row(const float* src, uint8_t* dst, int32_t width) {
 
 // Runs block(src16, dst_block) over whole blocks of 16 gray bytes with aligned access, and the
 // row's last partial block through a stack copy, so nothing past the region is read or written.
-template <int kDstBytesPerPixel, class Block>
+template <int kDstBytesPerPixel, Access kDst, class Block>
 void GrayRow(const uint8_t* src, uint8_t* dst, int32_t width, Block&& block) {
     const int32_t blocks = width / 16;
-    for (int32_t b = 0; b < blocks; ++b) block(LoadIAligned(src + 16 * b), dst + 16 * kDstBytesPerPixel * b);
+    for (int32_t b = 0; b < blocks; ++b)
+        block(LoadIAligned(src + 16 * b), dst + 16 * kDstBytesPerPixel * b, std::integral_constant<Access, kDst>{});
     const int32_t rest = width - blocks * 16;
     if (rest <= 0) return;
     alignas(16) uint8_t in[16] = {};
     alignas(16) uint8_t out[16 * kDstBytesPerPixel];
     std::memcpy(in, src + 16 * blocks, static_cast<size_t>(rest));
-    block(LoadIAligned(in), out);
+    block(LoadIAligned(in), out, std::integral_constant<Access, Access::Aligned>{});
     std::memcpy(dst + 16 * kDstBytesPerPixel * blocks, out, static_cast<size_t>(rest) * kDstBytesPerPixel);
 }
 
 // Gray bytes replicated into 4-byte pixels. Gray codes survive the float round trip unchanged,
 // so byte unpacking gives the same bytes directly; the alpha byte, when asked for, is the
 // constant 1 (not 255), which is what hosts of this kernel have always received.
-template <bool kAlphaOne>
+template <bool kAlphaOne, Access kDst>
 void GrayToBgr32Row(const uint8_t* src, uint8_t* dst, int32_t width) {
-    GrayRow<4>(src, dst, width, [](__m128i gray, uint8_t* out) {
+    GrayRow<4, kDst>(src, dst, width, [](__m128i gray, uint8_t* out, auto access) {
         const __m128i pairs_lo = _mm_unpacklo_epi8(gray, gray), pairs_hi = _mm_unpackhi_epi8(gray, gray);
         __m128i q[4] = {_mm_unpacklo_epi16(pairs_lo, pairs_lo), _mm_unpackhi_epi16(pairs_lo, pairs_lo),
                         _mm_unpacklo_epi16(pairs_hi, pairs_hi), _mm_unpackhi_epi16(pairs_hi, pairs_hi)};
         for (int k = 0; k < 4; ++k) {
             if constexpr (kAlphaOne)
                 q[k] = _mm_or_si128(_mm_and_si128(q[k], _mm_set1_epi32(0x00FFFFFF)), _mm_set1_epi32(0x01000000));
-            StoreIAligned(out + 16 * k, q[k]);
+            PutI<access.value>(out + 16 * k, q[k]);
         }
     });
 }
 
 // Gray bytes to four-float pixels of gray/255, the fourth lane replaced by 1.0 when asked for.
-template <bool kAlphaOne>
+template <bool kAlphaOne, Access kDst>
 void GrayToFloatRow(const uint8_t* src, float* dst, int32_t width) {
-    GrayRow<16>(src, reinterpret_cast<uint8_t*>(dst), width, [](__m128i gray, uint8_t* out_bytes) {
+    GrayRow<16, kDst>(src, reinterpret_cast<uint8_t*>(dst), width, [](__m128i gray, uint8_t* out_bytes, auto access) {
         float* out = reinterpret_cast<float*>(out_bytes);
         const __m128 alpha_lane = _mm_castsi128_ps(_mm_set_epi32(-1, 0, 0, 0));
         const __m128i words[2] = {WidenLo8(gray), WidenHi8(gray)};
@@ -226,7 +262,7 @@ void GrayToFloatRow(const uint8_t* src, float* dst, int32_t width) {
                                 Broadcast<3>(values[q])};
                 for (int k = 0; k < 4; ++k) {
                     if constexpr (kAlphaOne) px[k] = Select(px[k], Set1(1.0f), alpha_lane);
-                    StoreAligned(out + 4 * (8 * h + 4 * q + k), px[k]);
+                    Put<access.value>(out + 4 * (8 * h + 4 * q + k), px[k]);
                 }
             }
         }
@@ -269,12 +305,20 @@ inline void Rows(const S* src, int32_t src_step, D* dst, int32_t dst_step, const
     frame::ForEachRow(src, src_step, dst, dst_step, roi, row);
 }
 
+// Rows through the row kernel that row_for(access) names for the destination's access.
+template <int kDstPixelBytes, class S, class D, class RowFor>
+inline void AccessRows(const S* src, int32_t src_step, D* dst, int32_t dst_step, const ImageSize* roi,
+                       RowFor row_for) {
+    WithAccess(DestinationAccess(src, dst, dst_step, roi, kDstPixelBytes),
+               [&](auto access) { Rows(src, src_step, dst, dst_step, roi, row_for(access)); });
+}
+
 // The validating kernels: refuse before touching anything, then run the rows.
-template <class S, class D, class RowFn>
+template <int kDstPixelBytes, class S, class D, class RowFor>
 inline StatusCode CheckedRows(const S* src, int32_t src_step, D* dst, int32_t dst_step, const ImageSize* roi,
-                              RowFn row) {
+                              RowFor row_for) {
     if (!frame::PlanesValid(src, src_step, dst, dst_step)) return StatusInvalidParameter;
-    Rows(src, src_step, dst, dst_step, roi, row);
+    AccessRows<kDstPixelBytes>(src, src_step, dst, dst_step, roi, row_for);
     return StatusOk;
 }
 
@@ -293,82 +337,79 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgr24_Bgr32_SSE2(const uint8_t*
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgra32_Prgba128F(const uint8_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
-    Rows(src, src_step, dst, dst_step, roi, BytesToFloatRow<Order::SwapRB, true>);
+    AccessRows<16>(src, src_step, dst, dst_step, roi,
+                   [](auto a) { return BytesToFloatRow<Order::SwapRB, true, a.value>; });
     return StatusOk;
 }
 
 VELMORA_API void VELMORA_CALL ImageConvert_Bgra32_Rgba128F(const uint8_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
-    Rows(src, src_step, dst, dst_step, roi, BytesToFloatRow<Order::SwapRB, false>);
+    AccessRows<16>(src, src_step, dst, dst_step, roi,
+                   [](auto a) { return BytesToFloatRow<Order::SwapRB, false, a.value>; });
 }
 
 VELMORA_API void VELMORA_CALL ImageConvert_Rgba32_Rgba128F(const uint8_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
-    Rows(src, src_step, dst, dst_step, roi, BytesToFloatRow<Order::Keep, false>);
+    AccessRows<16>(src, src_step, dst, dst_step, roi, [](auto a) { return BytesToFloatRow<Order::Keep, false, a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Bgr32_SSE2(const uint8_t* src, int32_t src_step, uint8_t* dst,
     int32_t dst_step, const ImageSize* roi) {
-    return CheckedRows(src, src_step, dst, dst_step, roi, GrayToBgr32Row<false>);
+    return CheckedRows<4>(src, src_step, dst, dst_step, roi, [](auto a) { return GrayToBgr32Row<false, a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Bgra32_SSE2(const uint8_t* src, int32_t src_step, uint8_t* dst,
     int32_t dst_step, const ImageSize* roi) {
-    return CheckedRows(src, src_step, dst, dst_step, roi, GrayToBgr32Row<true>);
+    return CheckedRows<4>(src, src_step, dst, dst_step, roi, [](auto a) { return GrayToBgr32Row<true, a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Rgb128F_SSE2(const uint8_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
-    return CheckedRows(src, src_step, dst, dst_step, roi, GrayToFloatRow<false>);
+    return CheckedRows<16>(src, src_step, dst, dst_step, roi, [](auto a) { return GrayToFloatRow<false, a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Rgba128F_SSE2(const uint8_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
-    return CheckedRows(src, src_step, dst, dst_step, roi, GrayToFloatRow<true>);
+    return CheckedRows<16>(src, src_step, dst, dst_step, roi, [](auto a) { return GrayToFloatRow<true, a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgb128F_Bgr24_SSE2(const float* src, int32_t src_step, uint8_t* dst,
     int32_t dst_step, const ImageSize* roi) {
     // Widths that are whole blocks skip the tail handling; a negative width with a non-zero
     // remainder goes to the general body, which then processes nothing.
-    if (roi->width % 16 == 0) return CheckedRows(src, src_step, dst, dst_step, roi, FloatToBgr24Row<false>);
-    return CheckedRows(src, src_step, dst, dst_step, roi, FloatToBgr24Row<true>);
+    if (!velmora::frame::PlanesValid(src, src_step, dst, dst_step)) return StatusInvalidParameter;
+    if (roi->width % 16 == 0) Rows(src, src_step, dst, dst_step, roi, FloatToBgr24Row<false>);
+    else Rows(src, src_step, dst, dst_step, roi, FloatToBgr24Row<true>);
+    return StatusOk;
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Bgra32(const float* src, int32_t src_step, uint8_t* dst,
     int32_t dst_step, const ImageSize* roi) {
     // Alignment only picks the store instruction; nothing is refused.
-    if (((reinterpret_cast<uintptr_t>(dst) | static_cast<uint32_t>(dst_step)) & 15u) != 0)
-        Rows(src, src_step, dst, dst_step, roi, FloatToBytesRow<Order::SwapRB, Access::Unaligned>);
-    else
-        Rows(src, src_step, dst, dst_step, roi, FloatToBytesRow<Order::SwapRB, Access::Aligned>);
+    AccessRows<4>(src, src_step, dst, dst_step, roi, [](auto a) { return FloatToBytesRow<Order::SwapRB, a.value>; });
     return StatusOk;
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Rgba32(const float* src, int32_t src_step, uint8_t* dst,
     int32_t dst_step, const ImageSize* roi) {
-    Rows(src, src_step, dst, dst_step, roi, FloatToBytesRow<Order::Keep, Access::Unaligned>);
+    AccessRows<4>(src, src_step, dst, dst_step, roi, [](auto a) { return FloatToBytesRow<Order::Keep, a.value>; });
     return StatusOk;
 }
 
 VELMORA_API void VELMORA_CALL ImageConvert_Rgba128F_Rgba64(const float* src, int32_t src_step, uint16_t* dst,
     int32_t dst_step, const ImageSize* roi) {
-    Rows(src, src_step, dst, dst_step, roi, FloatToWordsRow);
+    AccessRows<8>(src, src_step, dst, dst_step, roi, [](auto a) { return FloatToWordsRow<a.value>; });
 }
 
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t* src, int32_t src_step, float* dst,
     int32_t dst_step, const ImageSize* roi) {
     // Alignment picks the loop and refuses nothing. The steps join the pointers in the test so
-    // that an aligned first row followed by an unaligned step never reaches the aligned loop.
-    const auto misaligned = [](const void* p, int32_t step) {
-        return ((reinterpret_cast<uintptr_t>(p) | static_cast<uint32_t>(step)) & 15u) != 0;
-    };
-    if (misaligned(src, src_step))
+    // that an aligned first row followed by an unaligned step never reaches an aligned load.
+    if (((reinterpret_cast<uintptr_t>(src) | static_cast<uint32_t>(src_step)) & 15u) != 0)
         Rows(src, src_step, dst, dst_step, roi, WordsToFloatRow<Access::Unaligned, Access::Unaligned>);
-    else if (misaligned(dst, dst_step))
-        Rows(src, src_step, dst, dst_step, roi, WordsToFloatRow<Access::Aligned, Access::Unaligned>);
     else
-        Rows(src, src_step, dst, dst_step, roi, WordsToFloatRow<Access::Aligned, Access::Aligned>);
+        AccessRows<16>(src, src_step, dst, dst_step, roi,
+                       [](auto a) { return WordsToFloatRow<Access::Aligned, a.value>; });
     return StatusOk;
 }
 

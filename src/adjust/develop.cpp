@@ -9,6 +9,9 @@
 // pixels past the width. Local maps are packed planes of width x height floats; their last group
 // of a row loads only the values inside the region, so the next row's values start exactly at
 // width x y and nothing past the map's end is read.
+//
+// The recipe and row walks live in develop_math.h, shared with the AVX2 body (develop_avx2.cpp),
+// which processors with AVX2 run instead: same bits, two groups a vector, same memory touched.
 #include <emmintrin.h>
 
 #include <cmath>

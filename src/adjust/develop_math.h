@@ -19,6 +19,7 @@
 
 #include <xsimd/xsimd.hpp>
 
+#include "adjust/lane_ops.h"
 #include "pixel/srgb_math.h"
 #include "velmora/imaging.h"
 
@@ -29,31 +30,6 @@ constexpr float kLumR = 0.28804f, kLumG = 0.711874f, kLumB = 8.6e-05f;
 // Keeps the gain finite for black pixels: g = (N + eps) / (Y + eps).
 constexpr float kEpsilon = 1.1920929e-07f;
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
-// Minimum and maximum with the instructions' operand rule (where either lane is NaN, the second
-// operand comes out), which the clamps below rely on to turn NaN into their lower bound.
-template <class B>
-inline B Min(B a, B b) {
-    if constexpr (B::size == 4) return _mm_min_ps(a, b);
-    else return _mm256_min_ps(a, b);
-}
-
-template <class B>
-inline B Max(B a, B b) {
-    if constexpr (B::size == 4) return _mm_max_ps(a, b);
-    else return _mm256_max_ps(a, b);
-}
-
-// Clamp to [lo, hi], lower bound first, so NaN becomes lo.
-template <class B>
-inline B Clamp(B v, float lo, float hi) {
-    return Min(Max(v, B(lo)), B(hi));
-}
-
-template <class B>
-inline B Clamp01(B v) {
-    return Clamp(v, 0.0f, 1.0f);
-}
 
 // x^y as e^(y ln x), the library's fast power.
 template <class B>

@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "adjust/edge_pixels.h"
 #include "support/dispatch.h"
 #include "velmora/imaging.h"
 
@@ -39,25 +40,6 @@ float Amount(std::mt19937& rng, int k, bool on) {
     return sign * std::uniform_real_distribution<float>(0.0001f, k == 0 ? 5.0f : 1.0f)(rng);
 }
 
-// Pixel lanes from the edge mix, at most one of a pixel's four lanes not finite. Where two
-// different NaNs meet in one operation, which payload survives follows the compiler's operand
-// order (it treats + and x as commutative), not the instruction set, so the bodies are compared
-// where a single NaN source runs through each pixel. Rows hold whole pixels, so the calls come in
-// fours.
-struct PixelLanes {
-    int lane = 0;
-    bool spent = false;
-    float operator()(std::mt19937& rng) {
-        if (lane++ % 4 == 0) spent = false;
-        float v = vt::EdgeFloat(rng, 1.0f, {0.0031308f, 0.04045f, 0.5f, 1.0f});
-        if (!std::isfinite(v)) {
-            if (spent) v = std::uniform_real_distribution<float>(0.0f, 1.0f)(rng);
-            spent = true;
-        }
-        return v;
-    }
-};
-
 // Runs the pass on random shapes at every level; with masked, some adjustments carry a map (at
 // least one, shadows and highlights included, whose maps only select the pass).
 void ExpectEveryLevelMatchesSse2(uint32_t seed, bool masked) {
@@ -81,7 +63,7 @@ void ExpectEveryLevelMatchesSse2(uint32_t seed, bool masked) {
         const ImageSize roi{s.width, s.height};
         ASSERT_TRUE(vt::EveryLevelMatchesSse2(
             s, vt::RowBytes(s.width, 4, 16),
-            PixelLanes{},
+            vt::EdgePixels{},
             [&](const vt::GuardedPlane& plane) {
                 ASSERT_EQ(ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(plane.As<float>(), plane.step(), &roi, &p[0], &p[1],
                                                                 &p[2], &p[3], &p[4], &p[5], &p[6], 0, 0, 0, black, 0,

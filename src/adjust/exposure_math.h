@@ -79,15 +79,20 @@ inline B LookupStops(const float* stops, B t) {
     const B p = t * B(1024.0f);
     const B cell = Min(xsimd::to_float(Truncate(p)), B(1023.0f));
     const B frac = p - cell;
-    alignas(32) int32_t i[B::size];
-    alignas(32) float lo[B::size], hi[B::size];
-    Truncate(cell).store_aligned(i);
-    for (size_t n = 0; n < B::size; ++n) {
-        lo[n] = stops[i[n]];
-        hi[n] = stops[i[n] + 1];
+    B low, high;
+    if constexpr (B::size == 8) {
+        // The processor's gather: the same two table entries a lane, without the round trip
+        // through memory that stalls the scalar lookups.
+        const __m256i i = Truncate(cell);
+        low = _mm256_i32gather_ps(stops, i, 4);
+        high = _mm256_i32gather_ps(stops + 1, i, 4);
+    } else {
+        alignas(16) int32_t i[4];
+        Truncate(cell).store_aligned(i);
+        low = _mm_setr_ps(stops[i[0]], stops[i[1]], stops[i[2]], stops[i[3]]);
+        high = _mm_setr_ps(stops[i[0] + 1], stops[i[1] + 1], stops[i[2] + 1], stops[i[3] + 1]);
     }
-    const B low = B::load_aligned(lo);
-    return low + (B::load_aligned(hi) - low) * frac;
+    return low + (high - low) * frac;
 }
 
 // The gain of each lane's pixel from its ProPhoto luminance y and local stops: 2^(amount + local

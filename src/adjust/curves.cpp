@@ -10,7 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "adjust/curves_avx2.h"
+#include "adjust/curves_pairs.h"
+#include "core/cpu.h"
 #include "core/frame.h"
+#include "core/stream.h"
 #include "core/vec4.h"
 
 namespace velmora::curves {
@@ -20,15 +24,14 @@ namespace {
 constexpr float kInv65535 = 1.5259022e-05f;
 
 // T[k] + (T[k + 1] - T[k]) * (p - k) for four non-negative positions. Each neighbour pair is one
-// 64-bit load; the pairs are then split into the lower and upper entries.
+// 64-bit load; the pairs are then split into the lower and upper entries. With KeepAlpha the
+// four lanes are one pixel whose alpha lane is not looked up (it comes out 0).
+template <bool KeepAlpha = false>
 inline __m128 Interpolate(__m128 p, const float* table) {
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
-    alignas(16) int32_t at[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(at), k);
-    using Pair = const __m64*;
-    const __m128 pairs01 = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + at[0])), Pair(table + at[1]));
-    const __m128 pairs23 = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), Pair(table + at[2])), Pair(table + at[3]));
+    const __m128 pairs01 = TwoPairs(table, LowLanes(k));
+    const __m128 pairs23 = HighPairs<KeepAlpha>(table, k);
     const __m128 lower = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(2, 0, 2, 0));
     const __m128 upper = _mm_shuffle_ps(pairs01, pairs23, _MM_SHUFFLE(3, 1, 3, 1));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));
@@ -38,14 +41,15 @@ inline __m128 Interpolate(__m128 p, const float* table) {
 
 // Four codes (int32 lanes) through the curve, back to codes: clamped to [0, 1] (NaN from the
 // table becomes 0), scaled and rounded half up by adding 0.5 before truncation.
+template <bool KeepAlpha = false>
 inline __m128i MapCodes(__m128i codes, const float* table, __m128 scale) {
     const __m128 p = _mm_mul_ps(_mm_cvtepi32_ps(codes), scale);
-    const __m128 v = v4::Clamp01(Interpolate(p, table));
+    const __m128 v = v4::Clamp01(Interpolate<KeepAlpha>(p, table));
     return _mm_cvttps_epi32(_mm_add_ps(_mm_mul_ps(v, v4::Set1(65535.f)), v4::Set1(0.5f)));
 }
 
 // Samples a row of `count` codes, eight a step. KeepAlpha rows hold four-channel pixels whose
-// fourth sample is left as the destination had it: those lanes enter the curve as 0 and the old
+// fourth sample is left as the destination had it: that lane is not looked up and the old
 // destination value is merged back. Leftovers go one sample (one pixel with alpha) at a time
 // through the same arithmetic.
 template <bool Aligned, bool KeepAlpha>
@@ -54,9 +58,8 @@ void Curve16Row(const uint16_t* src, uint16_t* dst, int32_t count, const float* 
     // Eight codes through the curve; `old` is the destination's previous content, read only to
     // keep its alpha.
     const auto map8 = [&](__m128i codes, __m128i old) {
-        if constexpr (KeepAlpha) codes = _mm_andnot_si128(alpha, codes);
-        const __m128i lo = MapCodes(v4::WidenLo16(codes), table, scale);
-        const __m128i hi = MapCodes(v4::WidenHi16(codes), table, scale);
+        const __m128i lo = MapCodes<KeepAlpha>(v4::WidenLo16(codes), table, scale);
+        const __m128i hi = MapCodes<KeepAlpha>(v4::WidenHi16(codes), table, scale);
         const __m128i mapped = v4::KeepLow16(lo, hi);
         if constexpr (KeepAlpha) return _mm_or_si128(_mm_andnot_si128(alpha, mapped), _mm_and_si128(alpha, old));
         else return mapped;
@@ -86,19 +89,29 @@ template <bool KeepAlpha>
 StatusCode Curve16(const uint16_t* src, int32_t src_step, uint16_t* dst, int32_t dst_step, int32_t x, int32_t y,
                    int32_t width, int32_t height, const float* table, int32_t n) {
     if (height < 1) return StatusOk;
-    const __m128 scale = v4::Set1(static_cast<float>(n) * kInv65535);
+    const float factor = static_cast<float>(n) * kInv65535;
+    const __m128 scale = v4::Set1(factor);
+    const bool avx2 = cpu::Has(cpu::Level::Avx2);
     src = frame::Row(src, src_step, y) + x;
     dst = frame::Row(dst, dst_step, y) + x;
     for (int32_t row = 0; row < height; ++row) {
         const uint16_t* s = frame::Row(src, src_step, row);
         uint16_t* d = frame::Row(dst, dst_step, row);
-        if (Aligned16(s, d)) Curve16Row<true, KeepAlpha>(s, d, width, table, scale);
-        else Curve16Row<false, KeepAlpha>(s, d, width, table, scale);
+        int32_t done = 0;
+        if (avx2)
+            done = KeepAlpha ? Curve16AlphaRowAvx2(s, d, width, table, factor) : Curve16RowAvx2(s, d, width, table, factor);
+        if (Aligned16(s + done, d + done)) Curve16Row<true, KeepAlpha>(s + done, d + done, width - done, table, scale);
+        else Curve16Row<false, KeepAlpha>(s + done, d + done, width - done, table, scale);
     }
     return StatusOk;
 }
 
 // ---- Float samples ----------------------------------------------------------------------------
+
+// Whether the AVX2 float bodies stream a destination of width x height items of item_bytes.
+inline bool Streams(const void* src, const void* dst, int32_t width, int32_t height, int64_t item_bytes) {
+    return width > 0 && stream::Worthwhile(src, dst, int64_t{width} * height * item_bytes);
+}
 
 // Inputs are clamped to [0, 1] first (NaN becomes 0), so positions stay inside [0, scale]; the
 // result is stored unclamped, so tables may leave [0, 1].
@@ -126,14 +139,20 @@ StatusCode Curve32(const float* src, int32_t src_step, float* dst, int32_t dst_s
     using RowFn = void (*)(const float*, float*, int32_t, const float*, __m128);
     constexpr RowFn kRows[4] = {Curve32Row<false, false>, Curve32Row<false, true>, Curve32Row<true, false>,
                                 Curve32Row<true, true>};
+    const bool avx2 = cpu::Has(cpu::Level::Avx2);
+    const bool stream = Streams(src, dst, width, height, 4);
     src = frame::Row(src, src_step, y) + x;
     dst = frame::Row(dst, dst_step, y) + x;
     for (int32_t row = 0; row < height; ++row) {
         const float* r = frame::Row(src, src_step, row);
         float* w = frame::Row(dst, dst_step, row);
+        int32_t done = 0;
+        if (avx2) done = Curve32RowAvx2(r, w, width, table, scale, stream);
+        r += done;
+        w += done;
         const int src_aligned = (reinterpret_cast<uintptr_t>(r) & 15u) == 0;
         const int dst_aligned = (reinterpret_cast<uintptr_t>(w) & 15u) == 0;
-        kRows[src_aligned * 2 + dst_aligned](r, w, width, table, s);
+        kRows[src_aligned * 2 + dst_aligned](r, w, width - done, table, s);
     }
     return StatusOk;
 }
@@ -149,16 +168,18 @@ inline __m128 Diagonal(__m128 r0, __m128 r1, __m128 r2, __m128 r3) {
     return _mm_shuffle_ps(first_two, last_two, _MM_SHUFFLE(3, 0, 1, 0));
 }
 
+// Record positions whose entry offsets 4k still fit in 32 bits.
+constexpr float kOffsetReach = 536870912.f;
+
 inline __m128 MapPixel(__m128 v, const float* table, __m128 scale) {
     const __m128 p = _mm_mul_ps(v4::Clamp01(v), scale);
     const __m128i k = _mm_cvttps_epi32(p);
     const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
-    alignas(16) int32_t at[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(at), k);
-    const float* r0 = table + 4 * ptrdiff_t{at[0]};
-    const float* r1 = table + 4 * ptrdiff_t{at[1]};
-    const float* r2 = table + 4 * ptrdiff_t{at[2]};
-    const float* r3 = table + 4 * ptrdiff_t{at[3]};
+    const TwoOffsets k01 = LowLanes(k), k23 = HighLanes(k);
+    const float* r0 = table + 4 * k01.first;
+    const float* r1 = table + 4 * k01.second;
+    const float* r2 = table + 4 * k23.first;
+    const float* r3 = table + 4 * k23.second;
     const __m128 lower = Diagonal(v4::Load(r0), v4::Load(r1), v4::Load(r2), v4::Load(r3));
     const __m128 upper = Diagonal(v4::Load(r0 + 4), v4::Load(r1 + 4), v4::Load(r2 + 4), v4::Load(r3 + 4));
     return _mm_add_ps(lower, _mm_mul_ps(_mm_sub_ps(upper, lower), frac));
@@ -168,12 +189,17 @@ StatusCode Curve4(const float* src, int32_t src_step, float* dst, int32_t dst_st
                   int32_t width, int32_t height, const float* table, float scale) {
     if (height < 1) return StatusOk;
     const __m128 s = v4::Set1(scale);
+    // The AVX2 body forms record offsets 4k in 32 bits: positions that far out, or a NaN scale,
+    // stay on the SSE2 body, which forms its addresses in pointer width.
+    const bool avx2 = cpu::Has(cpu::Level::Avx2) && scale > -kOffsetReach && scale < kOffsetReach;
+    const bool stream = Streams(src, dst, width, height, 16);
     src = frame::Row(src, src_step, y) + 4 * ptrdiff_t{x};
     dst = frame::Row(dst, dst_step, y) + 4 * ptrdiff_t{x};
     for (int32_t row = 0; row < height; ++row) {
         const float* r = frame::Row(src, src_step, row);
         float* w = frame::Row(dst, dst_step, row);
-        for (int32_t i = 0; i < width; ++i) v4::Store(w + 4 * i, MapPixel(v4::Load(r + 4 * i), table, s));
+        const int32_t done = avx2 ? Curve4RowAvx2(r, w, width, table, scale, stream) : 0;
+        for (int32_t i = done; i < width; ++i) v4::Store(w + 4 * i, MapPixel(v4::Load(r + 4 * i), table, s));
     }
     return StatusOk;
 }

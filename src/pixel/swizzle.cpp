@@ -14,14 +14,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/vec4.h"
+#include "pixel/swizzle.h"
 
 namespace velmora::swizzle {
 namespace {
 
 using v4::LoadI;
-using v4::StoreI;
 
 // Byte shifts of the whole vector by a compile-time count.
 template <int Bytes>
@@ -198,11 +199,12 @@ struct FixedOrder {
             PackedTerms<I + 1>(v, out);
         }
     }
+    template <bool Stream>
     static void Packed(const uint8_t* src, uint8_t* dst) {
         const __m128i v[3] = {LoadI(src), LoadI(src + 16), LoadI(src + 32)};
         __m128i out[3] = {_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
         PackedTerms(v, out);
-        for (int k = 0; k < 3; ++k) StoreI(dst + 16 * k, out[k]);
+        for (int k = 0; k < 3; ++k) StoreVector<Stream>(dst + 16 * k, out[k]);
     }
 };
 
@@ -252,19 +254,16 @@ inline __m128i Narrow(__m128i v) {
     }
 }
 
-// One block: 64 bytes of four-channel pixels (16, 8 or 4 pixels), whatever the layout on either
-// side. Loads everything before storing, so src may equal dst.
+// One block through lanes. Loads everything before storing, so src may equal dst.
 template <class T, int SrcCh, int DstCh>
-struct Block {
-    static constexpr int kElement = sizeof(T);
-    static constexpr int kPixels = 64 / (4 * kElement);
-    static constexpr int kSrcBytes = kPixels * SrcCh * kElement;
-    static constexpr int kDstBytes = kPixels * DstCh * kElement;
+struct Block : BlockShape<T, SrcCh, DstCh> {
+    using Shape = BlockShape<T, SrcCh, DstCh>;
+    using Shape::kElement;
 
-    template <class Perm>
+    template <bool Stream, class Perm>
     static void Run(const uint8_t* src, uint8_t* dst, const Perm& perm) {
-        if constexpr (SrcCh == 3 && DstCh == 3 && requires { Perm::Packed(src, dst); }) {
-            Perm::Packed(src, dst);
+        if constexpr (SrcCh == 3 && DstCh == 3 && requires { Perm::template Packed<Stream>(src, dst); }) {
+            Perm::template Packed<Stream>(src, dst);
             return;
         }
         __m128i lanes[4];
@@ -280,41 +279,19 @@ struct Block {
             __m128i groups[4], a, b, c;
             for (int i = 0; i < 4; ++i) groups[i] = Narrow<kElement>(lanes[i]);
             JoinGroups(groups, a, b, c);
-            StoreI(dst, a);
-            StoreI(dst + 16, b);
-            StoreI(dst + 32, c);
+            StoreVector<Stream>(dst, a);
+            StoreVector<Stream>(dst + 16, b);
+            StoreVector<Stream>(dst + 32, c);
         } else {
-            for (int i = 0; i < 4; ++i) StoreI(dst + 16 * i, lanes[i]);
+            for (int i = 0; i < 4; ++i) StoreVector<Stream>(dst + 16 * i, lanes[i]);
         }
     }
 };
 
-template <class T, int SrcCh, int DstCh, class Perm>
-void SwizzleRow(const uint8_t* src, uint8_t* dst, int32_t width, const Perm& perm) {
-    using B = Block<T, SrcCh, DstCh>;
-    int32_t x = 0;
-    for (; x + B::kPixels <= width; x += B::kPixels, src += B::kSrcBytes, dst += B::kDstBytes) B::Run(src, dst, perm);
-    if (x == width) return;
-    // The last few pixels go through the same block in a scratch copy, never past the region.
-    const size_t left = static_cast<size_t>(width - x);
-    alignas(16) uint8_t in[64] = {};
-    alignas(16) uint8_t out[64];
-    std::memcpy(in, src, left * SrcCh * sizeof(T));
-    B::Run(in, out, perm);
-    std::memcpy(dst, out, left * DstCh * sizeof(T));
-}
-
-template <class T, int SrcCh, int DstCh, class Perm>
-void SwizzleRows(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width, int32_t height,
-                 const Perm& perm) {
-    for (int32_t row = 0; row < height; ++row)
-        SwizzleRow<T, SrcCh, DstCh>(frame::Row(src, src_step, row), frame::Row(dst, dst_step, row), width, perm);
-}
-
 // The common body of every export: offsets to the sub-rectangle, then the rows, through a
-// compile-time plan for the orders editors use all the time (identity and the R/B exchange,
-// with alpha kept, added or dropped) and a run-time plan otherwise. The order is only read
-// when there is something to do.
+// byte-shuffle body where the processor has one, else a compile-time plan for the orders editors
+// use all the time (identity and the R/B exchange, with alpha kept, added or dropped) and a
+// run-time plan otherwise. The order is only read when there is something to do.
 template <class T, int SrcCh, int DstCh>
 StatusCode Swizzle(const void* src, int32_t src_step, void* dst, int32_t dst_step, int32_t x, int32_t y,
                    int32_t width, int32_t height, const int32_t* order, T fill) {
@@ -327,7 +304,16 @@ StatusCode Swizzle(const void* src, int32_t src_step, void* dst, int32_t dst_ste
         if constexpr (DstCh == 4) return kFill ? order[3] >= 3 : order[3] == 3;
         return true;
     };
-    const auto run = [&](const auto& perm) { SwizzleRows<T, SrcCh, DstCh>(s, src_step, d, dst_step, width, height, perm); };
+    // Float pixels that only gain or lose their fourth channel under a common order move whole
+    // lanes, which the lane body does with fewer instructions than six byte shuffles a block.
+    const bool whole_lanes = sizeof(T) == 4 && SrcCh != DstCh && (is(0, 1, 2) || is(2, 1, 0));
+    if (cpu::Has(cpu::Level::Ssse3) && !whole_lanes && OrderInRange<SrcCh, DstCh>(order)) {
+        ShuffleRowsSsse3<T, SrcCh, DstCh>(s, src_step, d, dst_step, width, height, order, fill);
+        return StatusOk;
+    }
+    const auto run = [&](const auto& perm) {
+        SwizzleRows<Block<T, SrcCh, DstCh>>(s, src_step, d, dst_step, width, height, perm);
+    };
     if (is(0, 1, 2)) run(FixedOrder<T, DstCh, kFill, 0, 1, 2, 3>(fill));
     else if (is(2, 1, 0)) run(FixedOrder<T, DstCh, kFill, 2, 1, 0, 3>(fill));
     else run(RuntimeOrder<T>(Plan(order, DstCh, kFill, sizeof(T)), fill));

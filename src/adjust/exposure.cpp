@@ -5,6 +5,10 @@
 // Pixels read and written: exactly the region. The four-pixel kernels run their last partial group
 // on a zero-padded copy, so nothing past the width is touched. Local maps are read one float per
 // pixel of the region.
+//
+// The vector brightness and selective exposure arithmetic lives in exposure_math.h, shared with
+// their AVX2 bodies (exposure_avx2.cpp), which processors with AVX2 run instead: same bits, eight
+// pixels a step, the same pixels and local values touched.
 #include <cmath>
 #include <cstring>
 

@@ -8,25 +8,11 @@
 #include <vector>
 
 #include "adjust/edge_pixels.h"
+#include "adjust/local_map.h"
 #include "support/dispatch.h"
 #include "velmora/imaging.h"
 
 namespace {
-
-// A packed local plane of width x height floats, fenced by a no-access page at one end: a read
-// past its region, or of a row's values from where another row's start, would crash or differ.
-struct LocalMap {
-    vt::GuardedPlane plane;
-    LocalMap(const vt::Shape& s, std::mt19937& rng, float range)
-        : plane(int64_t{std::max(s.width, 0)} * 4, std::max(s.height, 0), std::max(s.width, 0) * 4,
-                rng() % 2 ? vt::Placement::End : vt::Placement::Start, 4) {
-        std::uniform_real_distribution<float> u(-range, range);
-        plane.FillRows<float>([&](int, int64_t) {
-            const float edge = vt::EdgeFloat(rng, range, {0.0f});
-            return rng() % 16 == 0 && std::isfinite(edge) && std::fabs(edge) < 8.0f ? edge : u(rng);
-        });
-    }
-};
 
 // An amount for adjustment k: on (the unmasked threshold itself or a working value of either
 // sign) or off (zero and values just under both thresholds).
@@ -48,13 +34,19 @@ void ExpectEveryLevelMatchesSse2(uint32_t seed, bool masked) {
         DevelopParameter p[7] = {};
         const unsigned flags = rng() % 128;
         for (int k = 0; k < 7; ++k) p[k].amount = Amount(rng, k, (flags >> k) & 1);
-        std::vector<std::unique_ptr<LocalMap>> maps;
+        std::vector<std::unique_ptr<vt::LocalMap>> maps;
         if (masked) {
             const int forced = static_cast<int>(rng() % 7);
             for (int k = 0; k < 7; ++k)
                 if (k == forced || rng() % 3 == 0) {
-                    maps.push_back(std::make_unique<LocalMap>(s, rng, k == 0 ? 3.0f : 1.0f));
-                    p[k].localMap = maps.back()->plane.As<float>();
+                    // Mostly working values; now and then a finite edge value.
+                    const float range = k == 0 ? 3.0f : 1.0f;
+                    maps.push_back(std::make_unique<vt::LocalMap>(s, rng, [&] {
+                        const float edge = vt::EdgeFloat(rng, range, {0.0f});
+                        const float value = std::uniform_real_distribution<float>(-range, range)(rng);
+                        return rng() % 16 == 0 && std::isfinite(edge) && std::fabs(edge) < 8.0f ? edge : value;
+                    }));
+                    p[k].localMap = maps.back()->data();
                 }
         }
         const float blacks[] = {0.0f, 0.002f, -0.01f, std::uniform_real_distribution<float>(0.0f, 0.2f)(rng)};

@@ -1,4 +1,4 @@
-// Pixel fill for the family's dispatch tests.
+// Edge-value pixels for the family's dispatch tests.
 #pragma once
 
 #include <cmath>

@@ -30,7 +30,7 @@ float Amount(std::mt19937& rng, int k, bool on) {
 // least one, shadows and highlights included, whose maps only select the pass).
 void ExpectEveryLevelMatchesSse2(uint32_t seed, bool masked) {
     std::mt19937 rng(seed);
-    for (const vt::Shape& s : vt::RandomShapes(seed + 1, vt::Scaled(160), 70, 6)) {
+    for (const vt::Shape& s : vt::RandomShapes(seed + 1, vt::Scaled(600), 70, 6)) {
         DevelopParameter p[7] = {};
         const unsigned flags = rng() % 128;
         for (int k = 0; k < 7; ++k) p[k].amount = Amount(rng, k, (flags >> k) & 1);

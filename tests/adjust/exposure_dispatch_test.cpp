@@ -13,7 +13,7 @@ namespace {
 // In place, which the kernel allows; amounts of either sign, large and tiny.
 TEST(ExposureDispatch, BrightnessEveryLevelMatchesSse2) {
     std::mt19937 rng(761);
-    for (const vt::Shape& s : vt::RandomShapes(762, vt::Scaled(200))) {
+    for (const vt::Shape& s : vt::RandomShapes(762, vt::Scaled(500))) {
         SCOPED_TRACE(vt::Describe(s));
         const ImageSize roi{s.width, s.height};
         const float amount = std::uniform_real_distribution<float>(-3.0f, 3.0f)(rng);
@@ -30,7 +30,7 @@ TEST(ExposureDispatch, BrightnessEveryLevelMatchesSse2) {
 // on image steps that are whole multiples of 64 bytes as the kernel requires.
 TEST(ExposureDispatch, SelectiveEveryLevelMatchesSse2) {
     std::mt19937 rng(771);
-    for (vt::Shape s : vt::RandomShapes(772, vt::Scaled(200))) {
+    for (vt::Shape s : vt::RandomShapes(772, vt::Scaled(500))) {
         const int64_t row_bytes = vt::RowBytes(s.width, 1, 16);
         s.pad_dst = static_cast<int>((64 - row_bytes % 64) % 64);
         SCOPED_TRACE(vt::Describe(s));

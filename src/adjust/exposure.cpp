@@ -5,12 +5,17 @@
 // Pixels read and written: exactly the region. The four-pixel kernels run their last partial group
 // on a zero-padded copy, so nothing past the width is touched. Local maps are read one float per
 // pixel of the region.
+//
+// The vector brightness and selective exposure arithmetic lives in exposure_math.h, shared with
+// their AVX2 bodies (exposure_avx2.cpp), which processors with AVX2 run instead: same bits, eight
+// pixels a step, the same pixels and local values touched.
 #include <cmath>
 #include <cstring>
 
+#include "adjust/exposure_math.h"
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/vec4.h"
-#include "core/xmmath.h"
 
 namespace velmora::adjust {
 namespace {
@@ -98,10 +103,8 @@ void LocalExposureRow(float* row, const float* local, int32_t width, float amoun
 
 // ---- Selective exposure ---------------------------------------------------------------------
 
-// Band tables over the tone t in [0, 1]: entry i holds the weight at t = i / 1024, and the last
-// entry (t = 1) lets the interpolation read i + 1 for every t below 1 and at 1.
-constexpr int kBandEntries = 1025;
-constexpr float kBandStep = 0.0009765625f;
+using exposure_math::kBandEntries;
+constexpr float kBandStep = 0.0009765625f;  // 1 / 1024: the tone between table entries
 
 // e^(-k (t - centre)^2), exactly 1 at its centre so a band's own tone gets its full amount.
 void FillBand(float* table, float k, float centre) {
@@ -128,72 +131,22 @@ void BuildStopsTable(float* stops, float blacks, float shadows, float midtones, 
                    highlights * (light_wide[i] - light[i]) + whites * light[i];
 }
 
-// Linear interpolation in the stops table at tone t in [0, 1], four lanes.
-inline __m128 LookupStops(const float* stops, __m128 t) {
-    const __m128 p = _mm_mul_ps(t, v4::Set1(1024.0f));
-    const __m128 cell = _mm_min_ps(_mm_cvtepi32_ps(_mm_cvttps_epi32(p)), v4::Set1(1023.0f));
-    const __m128 frac = _mm_sub_ps(p, cell);
-    alignas(16) int32_t i[4];
-    v4::StoreIAligned(i, _mm_cvttps_epi32(cell));
-    const __m128 lo = _mm_setr_ps(stops[i[0]], stops[i[1]], stops[i[2]], stops[i[3]]);
-    const __m128 hi = _mm_setr_ps(stops[i[0] + 1], stops[i[1] + 1], stops[i[2] + 1], stops[i[3] + 1]);
-    return _mm_add_ps(lo, _mm_mul_ps(_mm_sub_ps(hi, lo), frac));
-}
-
-// The tone is the sRGB encoding of the ProPhoto luminance, the same perceptual scale the develop
-// pass shapes its tones on; the encoding clamps to [0, 1] and turns NaN into 0, so the table
-// index is always in range.
 void SelectiveExposureRow(float* row, const float* local, int32_t width, float amount, const float* stops) {
+    using Batch4 = xsimd::batch<float, xsimd::sse2>;
     ForEachQuad(row, row, local, width, [&](__m128(&px)[4], __m128 local_stops) {
-        const __m128 tone = XMVectorLinearToSrgb(Luminance(Planar(px), kProPhotoLuma));
-        const __m128 e = _mm_add_ps(_mm_add_ps(v4::Set1(amount), local_stops), LookupStops(stops, tone));
-        ScalePixels(px, XMVectorExp2(Clamp(e, -5.0f, 5.0f)));
+        const Batch4 y = Luminance(Planar(px), kProPhotoLuma);
+        ScalePixels(px, exposure_math::SelectiveGain(y, Batch4(local_stops), amount, stops));
     });
 }
 
 // ---- Brightness -----------------------------------------------------------------------------
 
-// log2 of positive normal x: the exponent field plus a degree-4 polynomial in the mantissa m in
-// [1, 2), exact at m = 1. Zero reads as -127, which the power below turns back into 0.
-inline __m128 Log2Poly(__m128 x) {
-    const __m128i bits = _mm_castps_si128(x);
-    const __m128i biased = _mm_and_si128(_mm_srli_epi32(bits, 23), _mm_set1_epi32(0xFF));
-    const __m128 e = _mm_cvtepi32_ps(_mm_sub_epi32(biased, _mm_set1_epi32(127)));
-    const __m128 m =
-        _mm_castsi128_ps(_mm_or_si128(_mm_and_si128(bits, _mm_set1_epi32(0x007FFFFF)), _mm_set1_epi32(0x3F800000)));
-    __m128 p = _mm_sub_ps(_mm_mul_ps(v4::Set1(0.05965155f), m), v4::Set1(0.46572563f));
-    p = _mm_add_ps(_mm_mul_ps(p, m), v4::Set1(1.4811665f));
-    p = _mm_sub_ps(_mm_mul_ps(p, m), v4::Set1(2.5207496f));
-    p = _mm_add_ps(_mm_mul_ps(p, m), v4::Set1(2.8882704f));
-    return _mm_add_ps(_mm_mul_ps(p, _mm_sub_ps(m, v4::Set1(1.0f))), e);
-}
-
-// 2^p: p clamped to [-126.99999, 129], split into i = round(p - 0.5) and f = p - i in about
-// [0, 1], a cubic for 2^f and 2^i written straight into the exponent field.
-inline __m128 Exp2Poly(__m128 p) {
-    p = Clamp(p, -126.99999f, 129.0f);
-    const __m128i i = _mm_cvtps_epi32(_mm_sub_ps(p, v4::Set1(0.5f)));
-    const __m128 f = _mm_sub_ps(p, _mm_cvtepi32_ps(i));
-    __m128 q = _mm_add_ps(_mm_mul_ps(v4::Set1(0.07802452f), f), v4::Set1(0.22606716f));
-    q = _mm_add_ps(_mm_mul_ps(q, f), v4::Set1(0.69583356f));
-    q = _mm_add_ps(_mm_mul_ps(q, f), v4::Set1(0.9999252f));
-    return _mm_mul_ps(q, _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(i, _mm_set1_epi32(127)), 23)));
-}
-
 // Lightness L (CIE L* / 100) raised to k, back to luminance, applied as one gain per pixel so
 // hue and the ratios between channels stay.
 void BrightnessRow(const float* src, float* dst, int32_t width, __m128 k) {
+    using Batch4 = xsimd::batch<float, xsimd::sse2>;
     ForEachQuad(src, dst, nullptr, width, [&](__m128(&px)[4], __m128) {
-        const __m128 y = Luminance(Planar(px), kRec709Luma);
-        const __m128 cube_root =
-            _mm_sub_ps(_mm_mul_ps(v4::Set1(1.16f), XMVectorPowFast(y, v4::Set1(0.33333334f))), v4::Set1(0.16f));
-        const __m128 lightness =
-            v4::Select(_mm_mul_ps(y, v4::Set1(9.032963f)), cube_root, _mm_cmpgt_ps(y, v4::Set1(0.008856452f)));
-        const __m128 t = _mm_mul_ps(v4::Set1(100.0f), Exp2Poly(_mm_mul_ps(Log2Poly(lightness), k)));
-        const __m128 u = _mm_mul_ps(_mm_add_ps(t, v4::Set1(16.0f)), v4::Set1(0.00862069f));
-        const __m128 y_new = v4::Select(_mm_mul_ps(t, v4::Set1(0.0011070565f)), _mm_mul_ps(_mm_mul_ps(u, u), u),
-                                        _mm_cmpgt_ps(t, v4::Set1(8.0f)));
-        ScalePixels(px, _mm_div_ps(_mm_add_ps(y_new, v4::Set1(kEpsilon)), _mm_add_ps(y, v4::Set1(kEpsilon))));
+        ScalePixels(px, exposure_math::BrightnessGain(Batch4(Luminance(Planar(px), kRec709Luma)), Batch4(k)));
     });
 }
 
@@ -301,8 +254,9 @@ extern "C" VELMORA_API StatusCode VELMORA_CALL ImageAdjustExposureSelective_Rgba
     if (step % 64 != 0) return StatusFailure;
     float stops[kBandEntries];
     BuildStopsTable(stops, blacks, shadows, midtones, highlights, whites);
+    const auto row_fn = cpu::Has(cpu::Level::Avx2) ? exposure_math::SelectiveExposureRowAvx2 : SelectiveExposureRow;
     ForEachLocalRow(image, step, roi->height, exposure.localMap, exposure.localStep, [&](float* row, const float* local) {
-        SelectiveExposureRow(row, local, roi->width, exposure.amount, stops);
+        row_fn(row, local, roi->width, exposure.amount, stops);
     });
     return StatusOk;
 }
@@ -317,9 +271,13 @@ extern "C" VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F(const fl
 extern "C" VELMORA_API void VELMORA_CALL ImageAdjustBrightness_Rgba128F_SSE2(const float* src, int32_t srcStep,
                                                                              float* dst, int32_t dstStep,
                                                                              const ImageSize* roi, float amount) {
-    const __m128 k = v4::Set1(std::exp2(amount));
+    const float k = std::exp2(amount);
+    if (cpu::Has(cpu::Level::Avx2))
+        return frame::ForEachRow(src, srcStep, dst, dstStep, roi, [&](const float* s, float* d, int32_t width) {
+            exposure_math::BrightnessRowAvx2(s, d, width, k);
+        });
     frame::ForEachRow(src, srcStep, dst, dstStep, roi,
-                      [&](const float* s, float* d, int32_t width) { BrightnessRow(s, d, width, k); });
+                      [&](const float* s, float* d, int32_t width) { BrightnessRow(s, d, width, v4::Set1(k)); });
 }
 
 extern "C" VELMORA_API void VELMORA_CALL ImageAdjustSaturation_Rgba128F_SSE2(float* image, int32_t step,

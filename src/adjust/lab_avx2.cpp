@@ -4,6 +4,7 @@
 // never stored), so exactly the blocks the SSE2 body touches are read and written.
 #include <immintrin.h>
 
+#include "adjust/halves_avx2.h"
 #include "adjust/lab_math.h"
 
 namespace velmora::adjust::lab {
@@ -22,16 +23,6 @@ inline __m256 LoadPair(const float* first, const float* second) {
 inline void StorePair(float* first, float* second, __m256 v) {
     _mm_storeu_ps(first, _mm256_castps256_ps128(v));
     if (second) _mm_storeu_ps(second, _mm256_extractf128_ps(v, 1));
-}
-
-// The 4 x 4 transpose of each half at once: pixels to components and back.
-inline void TransposeHalves(__m256 (&v)[4]) {
-    const __m256 t0 = _mm256_unpacklo_ps(v[0], v[1]), t1 = _mm256_unpacklo_ps(v[2], v[3]);
-    const __m256 t2 = _mm256_unpackhi_ps(v[0], v[1]), t3 = _mm256_unpackhi_ps(v[2], v[3]);
-    v[0] = _mm256_shuffle_ps(t0, t1, _MM_SHUFFLE(1, 0, 1, 0));
-    v[1] = _mm256_shuffle_ps(t0, t1, _MM_SHUFFLE(3, 2, 3, 2));
-    v[2] = _mm256_shuffle_ps(t2, t3, _MM_SHUFFLE(1, 0, 1, 0));
-    v[3] = _mm256_shuffle_ps(t2, t3, _MM_SHUFFLE(3, 2, 3, 2));
 }
 
 // Walks a row's blocks in pairs; the second block of a pair exists while x + 4 < width, the

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "adjust/local_map.h"
 #include "reference/develop.h"
 #include "support/compare.h"
 #include "support/shapes.h"
@@ -230,17 +231,11 @@ TEST(DevelopPass, SaturationAloneIsExactUnclampedAndMovesTheFourthLane) {
     EXPECT_FLOAT_EQ(px[3], lum + (0.4f - lum) * 2.0f);
 }
 
-// A random local plane of width x height floats, fenced by a no-access page at one end.
-struct LocalMap {
-    vt::GuardedPlane plane;
-    LocalMap(const vt::Shape& s, std::mt19937& rng, float range)
-        : plane(int64_t{std::max(s.width, 0)} * 4, std::max(s.height, 0), std::max(s.width, 0) * 4,
-                rng() % 2 ? vt::Placement::End : vt::Placement::Start, 4) {
-        std::uniform_real_distribution<float> u(-range, range);
-        plane.FillRows<float>([&](int, int64_t) { return rng() % 8 == 0 ? 0.0f : u(rng); });
-    }
-    const float* data() const { return plane.As<float>(); }
-};
+// A random local plane in [-range, range], one value in eight 0.
+std::unique_ptr<vt::LocalMap> RandomMap(const vt::Shape& s, std::mt19937& rng, float range) {
+    std::uniform_real_distribution<float> u(-range, range);
+    return std::make_unique<vt::LocalMap>(s, rng, [&] { return rng() % 8 == 0 ? 0.0f : u(rng); });
+}
 
 float MaskedGlobal(std::mt19937& rng, int k) {
     switch (rng() % 6) {
@@ -257,11 +252,11 @@ TEST(DevelopPass, LocalMapsOnEachAdjustmentMatchReference) {
     for (const vt::Shape& s : vt::RandomShapes(622, 120, 70, 5)) {
         const int mapped = index++ % 7;  // every adjustment carries a map in turn
         Params a;
-        std::vector<std::unique_ptr<LocalMap>> maps;
+        std::vector<std::unique_ptr<vt::LocalMap>> maps;
         for (int k = 0; k < 7; ++k) {
             a.p[k].amount = MaskedGlobal(rng, k);
             if (k == mapped || rng() % 4 == 0) {
-                maps.push_back(std::make_unique<LocalMap>(s, rng, k == kExp ? 3.0f : 1.0f));
+                maps.push_back(RandomMap(s, rng, k == kExp ? 3.0f : 1.0f));
                 a.p[k].localMap = maps.back()->data();
             }
         }

@@ -3,6 +3,11 @@
 // plane contents go through every level up to what this processor has; each run may change only
 // its rows' allowed bytes, and the whole guarded mapping (rows, overrun, gaps) must come out
 // byte-identical to the SSE2 run, NaN payloads included.
+//
+// One limit on "payloads included": where two different NaNs meet in one addition or product,
+// which payload survives follows the operand order the compiler chose for that commutative
+// operation, in any body at any level. Inputs therefore carry at most one NaN or infinity per
+// pixel; a single NaN propagates the same way everywhere.
 #pragma once
 
 #include <cstring>

@@ -6,8 +6,8 @@
 //
 // One limit on "payloads included": where two different NaNs meet in one addition or product,
 // which payload survives follows the operand order the compiler chose for that commutative
-// operation, in any body at any level. Inputs therefore carry at most one NaN or infinity per
-// pixel; a single NaN propagates the same way everywhere.
+// operation, in any body at any level. Kernels that mix a pixel's lanes are therefore fed at most
+// one NaN or infinity per pixel; a single NaN propagates the same way everywhere.
 #pragma once
 
 #include <cstring>

@@ -20,8 +20,7 @@
 namespace velmora::curves {
 namespace {
 
-// The single-precision 1/65535: a 16-bit code times this is the code's [0, 1] value.
-constexpr float kInv65535 = 1.5259022e-05f;
+using v4::kInv65535;
 
 // T[k] + (T[k + 1] - T[k]) * (p - k) for four non-negative positions. Each neighbour pair is one
 // 64-bit load; the pairs are then split into the lower and upper entries. With KeepAlpha the

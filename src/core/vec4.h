@@ -9,6 +9,11 @@
 
 namespace velmora::v4 {
 
+// The floats nearest 1/255 (0x3B808081) and 1/65535 (0x37800080): integer codes are multiplied
+// by these, never divided, so every conversion to float agrees bit for bit.
+inline constexpr float kInv255 = 0.003921569f;
+inline constexpr float kInv65535 = 1.5259022e-05f;
+
 // Host planes promise no alignment unless a kernel checked it, so the plain forms are unaligned.
 inline __m128 Load(const float* p) { return _mm_loadu_ps(p); }
 inline __m128 LoadAligned(const float* p) { return _mm_load_ps(p); }

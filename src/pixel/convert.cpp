@@ -21,9 +21,6 @@ namespace {
 
 using namespace velmora::v4;
 
-// The float nearest 1/255 and 1/65535: integer codes are multiplied by these, never divided.
-constexpr float kInv255 = 0.003921569f;
-constexpr float kInv65535 = 1.5259022e-05f;
 static_assert(std::bit_cast<uint32_t>(kInv255) == 0x3B808081u);
 static_assert(std::bit_cast<uint32_t>(kInv65535) == 0x37800080u);
 

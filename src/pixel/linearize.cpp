@@ -19,8 +19,9 @@
 namespace velmora::pixel {
 namespace {
 
-constexpr float kInv255 = 0.003921569f;      // bit pattern 0x3B808081, the float nearest 1/255
-constexpr float kInv65535 = 1.5259022e-05f;  // bit pattern 0x37800080, the float nearest 1/65535
+using v4::kInv255;
+using v4::kInv65535;
+
 // Taken off the table size so that the top code lands strictly inside the last interval.
 constexpr float kMargin = 1.0001f;
 

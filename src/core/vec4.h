@@ -73,14 +73,6 @@ inline __m128i PackToBytes(__m128i a, __m128i b, __m128i c, __m128i d) {
     return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
 }
 
-// Eight int32 lanes in 0..65535 to eight uint16: SSE2 has no unsigned 32->16 pack, so keep the
-// low 16 bits of each lane by shifting the sign out and back before the signed pack.
-inline __m128i KeepLow16(__m128i a, __m128i b) {
-    a = _mm_srai_epi32(_mm_slli_epi32(a, 16), 16);
-    b = _mm_srai_epi32(_mm_slli_epi32(b, 16), 16);
-    return _mm_packs_epi32(a, b);
-}
-
 // Eight int32 lanes known to lie in 0..65535 to eight uint16: biased into the signed range so
 // the signed pack cannot saturate, then the bias is flipped back in the top bit.
 inline __m128i PackToWords(__m128i a, __m128i b) {

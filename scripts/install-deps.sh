@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a target needs, only those that are missing.
-#   scripts/install-deps.sh build   compiler, CMake, GoogleTest, xsimd, Little CMS (test reference), libpng, libjpeg-turbo
+#   scripts/install-deps.sh build   compiler, CMake, GoogleTest, xsimd, Little CMS (test reference), libpng, libjpeg-turbo,
+#                                   libtiff, libexif, python3 (the tool's end-to-end test)
 #   scripts/install-deps.sh bench   the above plus Google Benchmark and the peers we measure against
 set -euo pipefail
 
-packages=(g++ make cmake libgtest-dev libxsimd-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev pkg-config binutils)
+packages=(g++ make cmake libgtest-dev libxsimd-dev libpng-dev libjpeg62-turbo-dev libtiff-dev libexif-dev liblcms2-dev pkg-config binutils python3)
 if [[ "${1:-build}" == bench ]]; then
   packages+=(libbenchmark-dev libopencv-dev liblcms2-dev libvips-dev)
 fi

@@ -38,6 +38,7 @@ void Put(Image& image, int x, int y, Rgb c) {
 
 Image RenderDemoScene(int width, int height) {
     Image image = MakeImage(width, height, 8);
+    image.channels = 3;  // opaque: written as an RGB file
     const int band1 = height * 2 / 5, band2 = height * 7 / 10;
     const Rgb patches[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 1, 1}, {1, 0, 1}, {1, 1, 0}, {1, 1, 1}, {0, 0, 0},
                            {0.9f, 0.55f, 0.35f}, {0.25f, 0.45f, 0.2f}, {0.3f, 0.5f, 0.8f}, {0.5f, 0.5f, 0.5f}};

@@ -1,14 +1,12 @@
-// velmora: the library's command-line tool. Runs the editor's road on image files (or on a
+// velmora: the library's command-line tool. Runs the editor's roads on image files (or on a
 // built-in scene) through the library's exports and reports each stage's time.
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "develop.h"
 #include "image_io.h"
 #include "road.h"
@@ -16,147 +14,26 @@
 #include "velmora/imaging.h"
 #include "working_image.h"
 
+#ifndef VELMORA_VERSION
+#define VELMORA_VERSION "unknown"
+#endif
+
 namespace {
 
 using namespace velmora::tool;
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-const char* kUsage =
-    "usage: velmora COMMAND [ARGS]\n"
-    "\n"
-    "commands:\n"
-    "  convert IN OUT [--bits 8|16]  read an 8/16-bit PNG or a JPEG, convert it to the float working\n"
-    "                                image and back, write PNG (.png) or JPEG (.jpg, .jpeg). The output\n"
-    "                                keeps the input's depth unless --bits says otherwise (JPEG: 8).\n"
-    "  develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
-    "                 [--contrast A] [--clarity A] [--saturation A]\n"
-    "                                the editor's develop road: the sRGB file into linear ProPhoto (sRGB\n"
-    "                                table, sRGB-to-ProPhoto D50 matrix) with a blurred base luminance,\n"
-    "                                the develop pass, back to sRGB primaries, encoded, at the\n"
-    "                                input's depth (JPEG output: 8-bit input only). EV from -5 to 5,\n"
-    "                                the other amounts from -1 to 1; all default to 0.\n"
-    "                                The library has no export yet for two steps, which the tool\n"
-    "                                does itself for now: the blurred base luminance and the\n"
-    "                                ProPhoto-to-sRGB matrix.\n"
-    "  demo [OUT]                    render the built-in test scene and run the convert road on it,\n"
-    "                                writing OUT (default velmora-demo.png), then the develop road with\n"
-    "                                a moderate edit, writing OUT's name with -developed added\n"
-    "  help                          this text\n";
-
-// Splits the arguments after the command into positionals and --name value options.
-struct Args {
-    std::vector<std::string> positional;
-    std::vector<std::pair<std::string, std::string>> options;
-
-    Args(int argc, char** argv, int first) {
-        for (int i = first; i < argc; ++i) {
-            const std::string a = argv[i];
-            if (a.rfind("--", 0) == 0 && a.size() > 2) {
-                if (i + 1 >= argc) throw UsageError("option " + a + " needs a value");
-                options.emplace_back(a, argv[++i]);
-            } else {
-                positional.push_back(a);
-            }
-        }
-    }
-    std::optional<std::string> Take(const std::string& name) {
-        for (auto it = options.begin(); it != options.end(); ++it)
-            if (it->first == name) {
-                std::string v = it->second;
-                options.erase(it);
-                return v;
-            }
-        return std::nullopt;
-    }
-    void NoneLeft() const {
-        if (!options.empty()) throw UsageError("unknown option " + options.front().first);
-    }
-};
-
-int ParseBits(const std::string& s) {
-    if (s == "8") return 8;
-    if (s == "16") return 16;
-    throw UsageError("--bits takes 8 or 16, not '" + s + "'");
-}
-
-// The round trip: integers to the float working image and back, each stage timed.
-Image RoundTrip(const Image& in, int out_bits) {
-    const int64_t pixels = int64_t{in.width} * in.height;
-    std::optional<FloatImage> work;
-    Stage(in.bits == 8 ? "Bgra32 -> Rgba128F" : "Rgba64 -> Rgba128F", pixels, [&] { work.emplace(ToWorking(in)); });
-    Image out;
-    Stage(out_bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(*work, out_bits); });
-    return out;
-}
-
-void Write(const std::string& path, const Image& image) {
-    const auto t0 = std::chrono::steady_clock::now();
-    WriteImage(path, image);
-    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
-    std::printf("wrote %s (%dx%d, %d-bit) in %.0f ms\n", path.c_str(), image.width, image.height, image.bits, ms);
-}
-
-int Convert(Args args) {
-    const std::optional<std::string> bits_opt = args.Take("--bits");
-    args.NoneLeft();
-    if (args.positional.size() != 2) throw UsageError("convert needs IN and OUT");
-    const std::string& in_path = args.positional[0];
-    const std::string& out_path = args.positional[1];
-    Image in = ReadImage(in_path);
-    int bits = bits_opt ? ParseBits(*bits_opt) : in.bits;
-    if (IsJpegPath(out_path)) {
-        if (bits_opt && bits != 8) throw UsageError("JPEG output is 8-bit only");
-        bits = 8;
-    }
-    std::printf("%s: %dx%d, %d-bit\n", in_path.c_str(), in.width, in.height, in.bits);
-    Write(out_path, RoundTrip(in, bits));
-    return 0;
-}
-
-// An amount option: a finite number inside [lo, hi].
-float ParseAmount(const std::string& name, const std::string& text, float lo, float hi) {
-    char* end = nullptr;
-    const float v = std::strtof(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !std::isfinite(v) || v < lo || v > hi) {
-        char range[64];
-        std::snprintf(range, sizeof range, "a number from %g to %g", lo, hi);
-        throw UsageError(name + " takes " + range + ", not '" + text + "'");
-    }
-    return v;
-}
-
-void PrintAmounts(const DevelopAmounts& a) {
-    std::printf("  exposure %+.2f EV, brightness %+.2f, shadows %+.2f, highlights %+.2f, contrast %+.2f, clarity "
-                "%+.2f, saturation %+.2f\n",
-                a.exposure, a.brightness, a.shadows, a.highlights, a.contrast, a.clarity, a.saturation);
-}
-
-int Develop(Args args) {
-    DevelopAmounts a;
-    const struct {
-        const char* name;
-        float* value;
-        float lo, hi;
-    } options[] = {{"--exposure", &a.exposure, -5, 5},    {"--brightness", &a.brightness, -1, 1},
-                   {"--shadows", &a.shadows, -1, 1},      {"--highlights", &a.highlights, -1, 1},
-                   {"--contrast", &a.contrast, -1, 1},    {"--clarity", &a.clarity, -1, 1},
-                   {"--saturation", &a.saturation, -1, 1}};
-    for (const auto& o : options)
-        if (const std::optional<std::string> text = args.Take(o.name)) *o.value = ParseAmount(o.name, *text, o.lo, o.hi);
-    args.NoneLeft();
-    if (args.positional.size() != 2) throw UsageError("develop needs IN and OUT");
-    const std::string& in_path = args.positional[0];
-    const std::string& out_path = args.positional[1];
-    Image in = ReadImage(in_path);
-    if (IsJpegPath(out_path) && in.bits != 8) throw UsageError("JPEG output is 8-bit only; write a PNG for 16-bit input");
-    std::printf("%s: %dx%d, %d-bit\n", in_path.c_str(), in.width, in.height, in.bits);
-    PrintAmounts(a);
-    Write(out_path, DevelopImage(in, a));
-    return 0;
-}
+const char* kFileOptions =
+    "picture options (every command that reads and writes pictures):\n"
+    "  --out-dir DIR          several inputs: write DIR/NAME.EXT for each (EXT from --format or the input)\n"
+    "  --format png|jpg|tiff  output format (default: from OUT's extension; PNG for standard output)\n"
+    "  --quality Q            JPEG quality, 1 to 100 (default 92)\n"
+    "  --max-megapixels N     refuse larger pictures before decoding them (default 200)\n"
+    "  --quiet                no stage report\n"
+    "IN may be - for standard input and OUT - for standard output. PNG (1 to 16 bits), JPEG (grey\n"
+    "or RGB; CMYK is refused) and TIFF (8/16-bit grey or RGB, with or without alpha) are read; grey,\n"
+    "RGB and alpha are kept as the input has them. The EXIF or TIFF orientation is applied to the\n"
+    "pixels. Colour profiles are not applied: every file is taken as sRGB. A damaged or truncated\n"
+    "file is an error, and an output is written whole or not at all.\n";
 
 // OUT's name with "-developed" before the extension.
 std::string DevelopedPath(const std::string& path) {
@@ -166,42 +43,154 @@ std::string DevelopedPath(const std::string& path) {
     return has_ext ? path.substr(0, dot) + "-developed" + path.substr(dot) : path + "-developed";
 }
 
-int Demo(Args args) {
+// The round trip: integers to the float working image and back, each stage timed.
+Image RoundTrip(const Image& in, int out_bits) {
+    const int64_t pixels = int64_t{in.width} * in.height;
+    std::optional<FloatImage> work;
+    Stage(in.bits == 8 ? "Bgra32 -> Rgba128F" : "Rgba64 -> Rgba128F", pixels, [&] { work.emplace(ToWorking(in)); });
+    Image out;
+    Stage(out_bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(*work, out_bits); });
+    out.channels = in.channels;
+    return out;
+}
+
+int Convert(Args& args) {
+    std::optional<int> bits;
+    if (const std::optional<std::string> b = args.Take("--bits")) {
+        if (*b != "8" && *b != "16") throw UsageError("--bits takes 8 or 16, not '" + *b + "'");
+        bits = std::stoi(*b);
+    }
+    return ForEachPicture(args, "convert", [&](const Image& in) { return RoundTrip(in, bits.value_or(in.bits)); });
+}
+
+void PrintAmounts(const DevelopAmounts& a) {
+    if (Report())
+        std::fprintf(Report(),
+                     "  exposure %+.2f EV, brightness %+.2f, shadows %+.2f, highlights %+.2f, contrast %+.2f, clarity "
+                     "%+.2f, saturation %+.2f\n",
+                     a.exposure, a.brightness, a.shadows, a.highlights, a.contrast, a.clarity, a.saturation);
+}
+
+int Develop(Args& args) {
+    DevelopAmounts a;
+    const struct {
+        const char* name;
+        float* value;
+        float lo, hi;
+    } amounts[] = {{"--exposure", &a.exposure, -5, 5},    {"--brightness", &a.brightness, -1, 1},
+                   {"--shadows", &a.shadows, -1, 1},      {"--highlights", &a.highlights, -1, 1},
+                   {"--contrast", &a.contrast, -1, 1},    {"--clarity", &a.clarity, -1, 1},
+                   {"--saturation", &a.saturation, -1, 1}};
+    for (const auto& o : amounts)
+        if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
+    return ForEachPicture(args, "develop", [&](const Image& in) {
+        PrintAmounts(a);
+        return DevelopImage(in, a);
+    });
+}
+
+int Demo(Args& args) {
+    if (args.TakeFlag("--quiet")) Report() = nullptr;
     args.NoneLeft();
     if (args.positional.size() > 1) throw UsageError("demo takes at most one output path");
-    const std::string out_path = args.positional.empty() ? "velmora-demo.png" : args.positional[0];
+    const OutputSpec out = CheckOutput(args.positional.empty() ? "velmora-demo.png" : args.positional[0], std::nullopt, 92);
+    if (out.path == "-") throw UsageError("demo writes two files; name one, not -");
+    const OutputSpec developed = CheckOutput(DevelopedPath(out.path), std::nullopt, 92);
     const int width = 1920, height = 1080;
-    std::printf("velmora demo: built-in %dx%d scene\n", width, height);
+    if (Report()) std::fprintf(Report(), "velmora demo: built-in %dx%d scene\n", width, height);
     std::optional<Image> scene;
     Stage("render scene", int64_t{width} * height, [&] { scene.emplace(RenderDemoScene(width, height)); });
-    Write(out_path, RoundTrip(*scene, 8));
+    const Image round = RoundTrip(*scene, 8);
+    WriteImage(out, round);
+    Wrote(out, round, 0);
     // A moderate edit: a little brighter, open shadows, held highlights, more local contrast.
     const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f};
-    std::printf("develop road:\n");
+    if (Report()) std::fprintf(Report(), "develop road:\n");
     PrintAmounts(edit);
-    Write(DevelopedPath(out_path), DevelopImage(*scene, edit));
+    const Image edited = DevelopImage(*scene, edit);
+    WriteImage(developed, edited);
+    Wrote(developed, edited, 0);
     return 0;
+}
+
+struct Command {
+    const char* name;
+    const char* synopsis;  // the line in the overview
+    const char* details;   // what `velmora help NAME` adds
+    bool takes_pictures;   // shows the shared picture options in its help
+    int (*run)(Args&);
+};
+
+const Command kCommands[] = {
+    {"convert", "convert IN OUT [--bits 8|16]",
+     "Reads a picture, converts it to the library's float working image and back, and writes it.\n"
+     "The output keeps the input's depth unless --bits says otherwise (JPEG: 8 bits).\n",
+     true, Convert},
+    {"develop",
+     "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
+     "                 [--contrast A] [--clarity A] [--saturation A]",
+     "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
+     "matrix) with a blurred base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
+     "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
+     "all default to 0. The library has no export yet for two steps, which the tool does itself for\n"
+     "now: the blurred base luminance and the ProPhoto-to-sRGB matrix.\n",
+     true, Develop},
+    {"demo", "demo [OUT] [--quiet]",
+     "Renders the built-in test scene, runs the convert road on it and writes OUT (default\n"
+     "velmora-demo.png), then the develop road with a moderate edit, writing OUT's name with\n"
+     "-developed added (velmora-demo-developed.png).\n",
+     false, Demo},
+};
+
+const Command* Find(const std::string& name) {
+    for (const Command& c : kCommands)
+        if (name == c.name) return &c;
+    return nullptr;
+}
+
+void Overview(FILE* f) {
+    std::fprintf(f, "usage: velmora COMMAND [ARGS]   (velmora help COMMAND, or velmora COMMAND --help)\n\ncommands:\n");
+    for (const Command& c : kCommands) std::fprintf(f, "  %s\n", c.synopsis);
+    std::fprintf(f, "  help [COMMAND]\n  --version\n\n%s", kFileOptions);
+}
+
+void Help(const Command& c) {
+    std::printf("usage: velmora %s\n\n%s", c.synopsis, c.details);
+    if (c.takes_pictures) std::printf("\n%s", kFileOptions);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string command = argc > 1 ? argv[1] : "help";
+    const Command* c = Find(command);
     try {
-        if (command == "convert") return Convert(Args(argc, argv, 2));
-        if (command == "develop") return Develop(Args(argc, argv, 2));
-        if (command == "demo") return Demo(Args(argc, argv, 2));
+        if (command == "--version" || command == "version") {
+            std::printf("velmora %s (Velmora.Imaging.SSE)\n", VELMORA_VERSION);
+            return 0;
+        }
         if (command == "help" || command == "--help" || command == "-h") {
-            std::fputs(kUsage, stdout);
+            if (argc > 2) {
+                const Command* topic = Find(argv[2]);
+                if (!topic) throw UsageError(std::string("no command '") + argv[2] + "'");
+                Help(*topic);
+            } else {
+                Overview(stdout);
+            }
             return argc > 1 ? 0 : 2;
         }
-        throw UsageError("unknown command '" + command + "'");
+        if (!c) throw UsageError("unknown command '" + command + "'");
+        for (int i = 2; i < argc; ++i)
+            if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+                Help(*c);
+                return 0;
+            }
+        Args args(argc, argv, 2, {"--quiet"});
+        return c->run(args);
     } catch (const UsageError& e) {
-        std::fprintf(stderr, "velmora: %s\n%s", e.what(), kUsage);
+        std::fprintf(stderr, "velmora: %s\nRun 'velmora %s--help' for usage.\n", e.what(),
+                     c ? (std::string(c->name) + " ").c_str() : "");
         return 2;
-    } catch (const IoError& e) {
-        std::fprintf(stderr, "velmora: %s\n", e.what());
-        return 1;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "velmora: %s\n", e.what());
         return 1;

@@ -23,13 +23,20 @@ struct FloatImage {
     float* Row(int y) const { return reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(data.get()) + int64_t{y} * step); }
 };
 
-// Times one stage and prints its time and throughput.
+// Where progress reports go: standard output, standard error when the picture itself goes to
+// standard output, nowhere with --quiet.
+inline FILE*& Report() {
+    static FILE* stream = stdout;
+    return stream;
+}
+
+// Times one stage and reports its time and throughput.
 template <class Fn>
 void Stage(const char* name, int64_t pixels, Fn&& fn) {
     const auto t0 = std::chrono::steady_clock::now();
     fn();
     const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    std::printf("  %-34s %9.2f ms %10.1f Mpixel/s\n", name, s * 1e3, s > 0 ? pixels / s / 1e6 : 0.0);
+    if (Report()) std::fprintf(Report(), "  %-34s %9.2f ms %10.1f Mpixel/s\n", name, s * 1e3, s > 0 ? pixels / s / 1e6 : 0.0);
 }
 
 }  // namespace velmora::tool

@@ -1,0 +1,126 @@
+#!/usr/bin/env python3
+"""The velmora tool as photographers meet it: damaged files fail without leaving output, the
+orientation tag is applied, grey/RGB/alpha survive, options take every usual form.
+usage: tool_test.py VELMORA WORK_DIR"""
+import os, shutil, struct, subprocess, sys, zlib
+
+velmora, work = sys.argv[1], os.path.join(sys.argv[2], "tool_files")
+shutil.rmtree(work, ignore_errors=True)
+os.makedirs(work)
+failures = []
+
+
+def run(*args, ok=True, stdin=None):
+    p = subprocess.run([velmora, *args], cwd=work, input=stdin, capture_output=True)
+    if (p.returncode == 0) != ok:
+        failures.append(f"velmora {' '.join(args)} exited {p.returncode}: {p.stderr.decode()[-300:]}")
+    return p
+
+
+def path(name):
+    return os.path.join(work, name)
+
+
+def chunk(kind, data):
+    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+
+def png(width, height, colour_type, rows):
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, colour_type, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(b"".join(b"\0" + r for r in rows))) + chunk(b"IEND", b""))
+
+
+def decode_png(name):
+    """(width, height, colour type, rows of bytes) of an 8-bit non-interlaced PNG."""
+    data = open(path(name), "rb").read()
+    width, height, depth, colour = struct.unpack(">IIBB", data[16:26])
+    pos, idat = 8, b""
+    while pos < len(data):
+        n, kind = struct.unpack(">I4s", data[pos:pos + 8])
+        if kind == b"IDAT":
+            idat += data[pos + 8:pos + 8 + n]
+        pos += n + 12
+    bpp = {0: 1, 2: 3, 4: 2, 6: 4}[colour] * depth // 8
+    raw, stride, rows, prev = zlib.decompress(idat), width * bpp, [], bytearray(width * bpp)
+    for y in range(height):
+        f, line = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+        for i in range(stride):
+            a = line[i - bpp] if i >= bpp else 0
+            b, c = prev[i], prev[i - bpp] if i >= bpp else 0
+            pa, pb, pc = abs(b - c), abs(a - c), abs(a + b - 2 * c)  # Paeth
+            pred = [0, a, b, (a + b) // 2, a if pa <= pb and pa <= pc else b if pb <= pc else c][f]
+            line[i] = (line[i] + pred) & 255
+        rows.append(bytes(line))
+        prev = line
+    return width, height, colour, rows
+
+
+# A small photo-like picture: a colour ramp, as RGB, grey and grey+alpha files.
+W, H = 37, 23
+rgb = [bytes(v for x in range(W) for v in (x * 7 % 256, y * 11 % 256, (x * y) % 256)) for y in range(H)]
+open(path("rgb.png"), "wb").write(png(W, H, 2, rgb))
+open(path("grey.png"), "wb").write(png(W, H, 0, [bytes((x * 5 + y) % 256 for x in range(W)) for y in range(H)]))
+open(path("ga.png"), "wb").write(png(W, H, 4, [bytes(v for x in range(W) for v in (x * 3, y * 9)) for y in range(H)]))
+run("convert", "rgb.png", "photo.jpg", "--quality", "95")
+
+# Channels survive every road; pixel values survive the convert road exactly.
+for name, colour in (("rgb", 2), ("grey", 0), ("ga", 4)):
+    run("convert", f"{name}.png", f"{name}-out.png")
+    run("develop", f"{name}.png", f"{name}-dev.png")
+    for out in (f"{name}-out.png", f"{name}-dev.png"):
+        if decode_png(out)[2] != colour:
+            failures.append(f"{out} has colour type {decode_png(out)[2]}, its input {colour}")
+    if decode_png(f"{name}-out.png")[3] != decode_png(f"{name}.png")[3]:
+        failures.append(f"convert changed the pixels of {name}.png")
+
+# Damaged and oversized files: a one-line error, a non-zero exit, no output and no leftover file.
+jpeg = open(path("photo.jpg"), "rb").read()
+open(path("cut.jpg"), "wb").write(jpeg[:len(jpeg) // 2])
+open(path("cut.png"), "wb").write(open(path("rgb.png"), "rb").read()[:200])
+open(path("huge.png"), "wb").write(png(60000, 60000, 2, [b""])[:33])
+before = set(os.listdir(work))
+for bad in ("cut.jpg", "cut.png", "huge.png"):
+    for command in ("convert", "develop"):
+        p = run(command, bad, "out.png", ok=False)
+        if len(p.stderr.decode().strip().splitlines()) != 1 or not p.stderr.startswith(b"velmora: "):
+            failures.append(f"{command} {bad}: stderr is not one 'velmora:' line: {p.stderr!r}")
+if set(os.listdir(work)) != before:
+    failures.append(f"failed runs left files: {set(os.listdir(work)) - before}")
+run("convert", "rgb.png", "no-such-dir/x.png", ok=False)
+run("convert", "rgb.png", "x.bmp", ok=False)
+
+# The EXIF orientation 6 (turn 90 degrees clockwise) is applied to the pixels.
+exif = b"Exif\0\0" + b"II*\0" + struct.pack("<IH", 8, 1) + struct.pack("<HHIHH", 0x112, 3, 1, 6, 0) + struct.pack("<I", 0)
+open(path("turned.jpg"), "wb").write(jpeg[:2] + b"\xff\xe1" + struct.pack(">H", len(exif) + 2) + exif + jpeg[2:])
+run("convert", "photo.jpg", "plain.png")
+run("convert", "turned.jpg", "upright.png")
+_, _, _, plain = decode_png("plain.png")
+w, h, _, upright = decode_png("upright.png")
+if (w, h) != (H, W) or any(upright[y][3 * x:3 * x + 3] != plain[H - 1 - x][3 * y:3 * y + 3] for y in range(h) for x in range(w)):
+    failures.append("orientation 6 is not a clockwise quarter turn of the stored pixels")
+
+# Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
+run("convert", "rgb.png", "a16.png", "--bits=16")
+run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")
+if open(path("a16.png"), "rb").read() != open(path("b16.png"), "rb").read() or open(path("a16.png"), "rb").read()[24] != 16:
+    failures.append("--bits=16 and a repeated --bits do not both give the 16-bit file")
+for args in (("convert", "--help"), ("help", "develop"), ("--version",)):
+    if not run(*args).stdout:
+        failures.append(f"velmora {' '.join(args)} printed nothing")
+usage = run("convert", "rgb.png", ok=False).stderr.decode().strip().splitlines()
+if len(usage) != 2 or "--help" not in usage[1]:
+    failures.append(f"a usage error should be one line and a pointer to --help: {usage}")
+piped = run("convert", "-", "-", "--quiet", stdin=open(path("rgb.png"), "rb").read()).stdout
+if piped != open(path("rgb-out.png"), "rb").read():
+    failures.append("convert - - differs from converting the file")
+run("convert", "rgb.png", "deep.tif", "--bits", "16")
+run("convert", "deep.tif", "back.png", "--bits", "8")
+if decode_png("back.png")[3] != rgb:
+    failures.append("the 16-bit TIFF round trip changed pixels")
+os.makedirs(path("batch"))
+run("convert", "rgb.png", "grey.png", "--out-dir", "batch", "--format", "jpg", "--quiet")
+if sorted(os.listdir(path("batch"))) != ["grey.jpg", "rgb.jpg"]:
+    failures.append(f"--out-dir wrote {os.listdir(path('batch'))}")
+
+print("\n".join(failures) or "all tool checks passed")
+sys.exit(1 if failures else 0)

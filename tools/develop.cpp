@@ -145,6 +145,29 @@ void ToSrgbPrimaries(FloatImage& work) {
     }
 }
 
+// Brings linear sRGB colours outside [0, 1] back into the gamut without turning their hue, where
+// clamping channel by channel would turn a saturated blue toward violet or an orange toward
+// yellow. A channel below 0 is lifted by moving the pixel straight toward the grey of its own
+// luminance, just far enough (a straight line to grey keeps the dominant wavelength); a channel
+// still above 1 is then brought down by scaling the pixel as a whole, which keeps hue and
+// saturation and gives up only brightness. Pixels already inside are untouched.
+void ClipToSrgbGamut(FloatImage& work) {
+    for (int y = 0; y < work.height; ++y) {
+        float* px = work.Row(y);
+        for (int x = 0; x < work.width; ++x, px += 4) {
+            const float lo = std::min({px[0], px[1], px[2]});
+            if (lo < 0.f) {
+                const float luma = std::max(0.2126f * px[0] + 0.7152f * px[1] + 0.0722f * px[2], 0.f);
+                const float t = luma / (luma - lo);
+                for (int c = 0; c < 3; ++c) px[c] = std::max(luma + t * (px[c] - luma), 0.f);
+            }
+            const float hi = std::max({px[0], px[1], px[2]});
+            if (hi > 1.f)
+                for (int c = 0; c < 3; ++c) px[c] = std::min(px[c] / hi, 1.f);
+        }
+    }
+}
+
 void RestoreAlpha(FloatImage& work, const std::vector<float>& alpha) {
     for (int y = 0; y < work.height; ++y)
         for (int x = 0; x < work.width; ++x) work.Row(y)[4 * x + 3] = alpha[size_t(y) * work.width + x];
@@ -163,12 +186,21 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     const DevelopParameter p[7] = {{amounts.exposure, nullptr}, {amounts.brightness, nullptr},
                                    {amounts.shadows, nullptr},  {amounts.highlights, nullptr},
                                    {amounts.contrast, nullptr}, {amounts.clarity, nullptr},
-                                   {amounts.saturation, nullptr}};
+                                   {0.0f, nullptr}};
     Stage("develop pass", pixels, [&] {
         ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(work.data.get(), work.step, &roi, &p[0], &p[1], &p[2], &p[3], &p[4], &p[5],
                                               &p[6], 0, 0, 0, 0.0f, 0, 0, 0);
     });
+    // Saturation runs after the pass, through the unclamped saturation kernel: the pass clamps
+    // each ProPhoto channel after saturating, which turns the hue of strong colours; unclamped,
+    // they reach the gamut clip below intact.
+    if (amounts.saturation != 0.0f)
+        Stage("saturation", pixels, [&] {
+            ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, amounts.saturation, 0.0f,
+                                                nullptr, 0);
+        });
     Stage("ProPhoto -> sRGB primaries (tool)", pixels, [&] { ToSrgbPrimaries(work); });
+    Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });
     // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
     Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });
     Stage("alpha back", pixels, [&] { RestoreAlpha(work, alpha); });

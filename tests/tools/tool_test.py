@@ -99,6 +99,17 @@ w, h, _, upright = decode_png("upright.png")
 if (w, h) != (H, W) or any(upright[y][3 * x:3 * x + 3] != plain[H - 1 - x][3 * y:3 * y + 3] for y in range(h) for x in range(w)):
     failures.append("orientation 6 is not a clockwise quarter turn of the stored pixels")
 
+# Strong edits on pure primaries keep their hue: the two weaker channels stay equal.
+primaries = ((0, 0, 255), (0, 255, 0), (255, 0, 0))
+open(path("primaries.png"), "wb").write(png(48, 16, 2, [bytes(v for p in primaries for v in p * 16)] * 16))
+run("develop", "primaries.png", "vivid.png", "--saturation", "1", "--exposure", "0.3", "--contrast", "0.5")
+row = decode_png("vivid.png")[3][8]
+for i, p in enumerate(primaries):
+    out = tuple(row[3 * (16 * i + 8) + c] for c in range(3))
+    weak = [out[c] for c in range(3) if p[c] == 0]
+    if weak[0] != weak[1] or out[p.index(255)] < 200:
+        failures.append(f"developing {p} strongly gave {out}: the hue turned")
+
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
 run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")

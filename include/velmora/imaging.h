@@ -18,7 +18,14 @@
  *    16-byte aligned, a step is not a multiple of 16. Others trust the caller.
  *  - Vector loops may run up to one block past the region's width (named per
  *    export below as "overrun"). Rows allocated with a pitch that is a multiple
- *    of 16 bytes, rounded up to the block, always have room.
+ *    of 16 bytes, rounded up to the block, always have room. Overrun pixels are
+ *    REWRITTEN: the destination pixels past the width in the same row receive
+ *    processed values (computed from the source pixels there, which are read),
+ *    so a host working on a tile of a larger image must pad its rows or keep a
+ *    copy of the pixels right of the tile. "Exactly the region" means no overrun.
+ *  - Every export's line (or its family's block) states its contract: which
+ *    pointers must be 16-byte aligned ("any alignment" otherwise), whether the
+ *    result can be anything but StatusOk, and its overrun.
  *  - Float working data is nominally [0, 1]. Float-to-integer conversions clamp
  *    to [0, 1] (NaN becomes 0), scale by 255 or 65535 and round half to even;
  *    integer-to-float multiplies by the float nearest 1/255 or 1/65535.
@@ -69,8 +76,8 @@ VELMORA_API bool VELMORA_CALL VerifySSE2Support(void);
 /* CPUID leaf 1 ECX bit 19 (SSE4.1); false if leaf 1 is absent. */
 VELMORA_API bool VELMORA_CALL VerifySSE4Support(void);
 /* Fills a Gray32F region with value: row 0 up to the next multiple of 4 floats, then copies
-   |step| bytes of row 0 into every further row (overrun: whole rows, padding included).
-   Returns the rows filled (height), or 1 when height < 2. No checks. */
+   |step| bytes of row 0 into every further row (overrun: whole rows, padding included, are
+   rewritten). Returns the rows filled (height), or 1 when height < 2. No checks; any alignment. */
 VELMORA_API int32_t VELMORA_CALL ImageClear_Gray32F_SSE2_V2(float* data, int32_t step, const ImageSize* roi,
                                                             float value);
 /* Fills two process-wide float tables, log2(1 + i/255) (256 entries) and 2^((i - 256)/255)
@@ -79,15 +86,19 @@ VELMORA_API void VELMORA_CALL Exp2_Init(void);
 
 /* ---- Pixel: integer and float conversions -------------------------------- */
 /* Integer codes map linearly onto [0, 1] (times the float nearest 1/255 or 1/65535) and back
-   (clamp to [0, 1] with NaN to 0, times 255 or 65535, round half to even). No source is changed. */
+   (clamp to [0, 1] with NaN to 0, times 255 or 65535, round half to even). No source is changed.
+   "Validating" kernels need src and dst 16-byte aligned and steps that are multiples of 16: they
+   return StatusInvalidParameter (87), writing nothing, for a zero step, a null or unaligned pointer
+   or a step not a multiple of 16, and StatusOk otherwise. The others accept any alignment (it only
+   picks faster loads and stores) and return StatusOk or nothing. Overrun pixels are rewritten. */
 
 /* Bgr24 -> Bgr32: copies B, G, R and writes 255 as the fourth byte. Exactly the region. */
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgr24_Bgr32_SSE2(const uint8_t* src, int32_t srcStep, uint8_t* dst,
                                                                   int32_t dstStep, const ImageSize* roi);
-/* Bgra32 -> Prgba128F: R, G, B times A (all scaled by 1/255), A kept. Overrun: odd widths one pixel. */
+/* Bgra32 -> Prgba128F: R, G, B times A (all scaled by 1/255), A kept. Overrun: odd widths one pixel, rewritten. */
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Bgra32_Prgba128F(const uint8_t* src, int32_t srcStep, float* dst,
                                                                   int32_t dstStep, const ImageSize* roi);
-/* Bgra32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel. */
+/* Bgra32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel, rewritten. */
 VELMORA_API void VELMORA_CALL ImageConvert_Bgra32_Rgba128F(const uint8_t* src, int32_t srcStep, float* dst,
                                                            int32_t dstStep, const ImageSize* roi);
 /* Gray8 -> Bgr32, the gray byte in all four bytes. Validating. Exactly the region. */
@@ -105,16 +116,16 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Gray8_Rgba128F_SSE2(const uint8
 /* Rgb128F -> Bgr24, the fourth float dropped. Validating. Exactly the region. */
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgb128F_Bgr24_SSE2(const float* src, int32_t srcStep, uint8_t* dst,
                                                                     int32_t dstStep, const ImageSize* roi);
-/* Rgba128F -> Bgra32. Any alignment. Overrun: widths round up to a multiple of 4 pixels. */
+/* Rgba128F -> Bgra32. Any alignment. Overrun: widths round up to a multiple of 4 pixels, rewritten. */
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Bgra32(const float* src, int32_t srcStep, uint8_t* dst,
                                                                  int32_t dstStep, const ImageSize* roi);
-/* Rgba128F -> Rgba32. Overrun: widths round up to a multiple of 4 pixels. */
+/* Rgba128F -> Rgba32. Overrun: widths round up to a multiple of 4 pixels, rewritten. */
 VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba128F_Rgba32(const float* src, int32_t srcStep, uint8_t* dst,
                                                                  int32_t dstStep, const ImageSize* roi);
-/* Rgba128F -> Rgba64. Overrun: odd widths one pixel. */
+/* Rgba128F -> Rgba64. Overrun: odd widths one pixel, rewritten. */
 VELMORA_API void VELMORA_CALL ImageConvert_Rgba128F_Rgba64(const float* src, int32_t srcStep, uint16_t* dst,
                                                            int32_t dstStep, const ImageSize* roi);
-/* Rgba32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel. */
+/* Rgba32 -> Rgba128F, all four scaled by 1/255. Overrun: odd widths one pixel, rewritten. */
 VELMORA_API void VELMORA_CALL ImageConvert_Rgba32_Rgba128F(const uint8_t* src, int32_t srcStep, float* dst,
                                                            int32_t dstStep, const ImageSize* roi);
 /* Rgba64 -> Rgba128F, all four scaled by 1/65535. Any alignment. Exactly the region. */
@@ -132,8 +143,9 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t*
    T[n-1]. (r, g, b) then times matrix as a row vector: R' = m0 r + m3 g + m6 b, G' = m1 r + m4 g
    + m7 b, B' = m2 r + m5 g + m8 b. Float destinations are not clamped; Rgba64 destinations clamp
    to [0, 1], scale by 65535 and round half to even. Overrun: source and destination rows are
-   read and written up to the next multiple of the _X2/_X4/_X16 block. n < 2: the region (exactly
-   width pixels) is zero-filled and neither source, table nor matrix is read. */
+   read and written up to the next multiple of the _X2/_X4/_X16 block: the destination pixels there
+   are rewritten with loaded values. n < 2: the region (exactly width pixels) is zero-filled and
+   neither source, table nor matrix is read. Any alignment; every loader returns StatusOk. */
 /* Bgr24 to linear Rgba128F, alpha 1.0. */
 VELMORA_API StatusCode VELMORA_CALL ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4(const void* src, int32_t srcStep, void* dst,
                                                                            int32_t dstStep, const ImageSize* size,
@@ -219,7 +231,8 @@ VELMORA_API StatusCode VELMORA_CALL SSE_Linearize_Rgba64_VecX2(uint16_t* image, 
 /* All in place on four-float pixels (Rgb128F or Rgba128F), transforming all four lanes, alpha
    included (the fourth float is treated as a fourth colour value). One pixel is one vector: no
    overrun. Encoding: v < 0.0031308 ? 12.92 v : 1.055 v^(1/2.4) - 0.055; decoding:
-   v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055)^2.4. No checks, no result. */
+   v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055)^2.4. No checks, no result; any alignment;
+   exactly the region. */
 /* Linear to sRGB by the fast vector power; no clamp: above 1 follows the power (2 -> 1.353),
    negatives the linear segment, NaN stays NaN. */
 VELMORA_API void VELMORA_CALL XMImageRGBToSRGB_Rgb128F_SSE2(float* data, int32_t step, const ImageSize* roi);
@@ -251,8 +264,8 @@ VELMORA_API void VELMORA_CALL SRGBToRGB_Rgb128F_Lut(float* data, int32_t step, i
    pixels at (x, y) of both planes. Entries must be 0..channels-1 of the source: other entries are not
    guarded and give unspecified channels (never reads outside the pixel). C3C4: entries of 3 or more write
    `fill` (8u and 16u use its low 8 or 16 bits). In place (IR): each pixel is read whole before it is
-   written, so repeated entries act as if from a copy. No overrun; nothing is checked; returns StatusOk,
-   and the order is not read when width or height is below 1. */
+   written, so repeated entries act as if from a copy. No overrun; any alignment; nothing is checked;
+   returns StatusOk, and the order is not read when width or height is below 1. */
 VELMORA_API StatusCode VELMORA_CALL Swizzle_8u_C3R(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
                                                  int32_t x, int32_t y, int32_t width, int32_t height,
                                                  const int32_t* order);
@@ -319,7 +332,13 @@ typedef struct DevelopParameter {
    highlights run as one step with both global amounts, on when either is. A base pushed past 1 or
    below 0 (contrast of 2 or more) keeps finite tone weights: their power bases are held at 0.
    Overrun: rows run in groups of four pixels, so up to 3 pixels past the width are read and
-   rewritten (maps are read only inside the region). Always returns StatusOk. */
+   rewritten with processed values (maps are read only inside the region). Any alignment. Always
+   returns StatusOk. The fourth lane L is the base: a smoothed ProPhoto luminance 0.28804 R +
+   0.711874 G + 0.000086 B of the same pixel. Clarity, shadows and highlights act on the detail
+   between the pixel's luminance and L, so an edge-preserving smoothing of the luminance (a guided
+   or bilateral filter, radius about 1 % of the shorter side) gives halo-free results; a plain blur
+   leaves dark or bright rims along strong edges; L equal to the pixel's own luminance turns clarity
+   off. */
 VELMORA_API StatusCode VELMORA_CALL ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(
     float* image, int32_t step, const ImageSize* roi, const DevelopParameter* exposure,
     const DevelopParameter* brightness, const DevelopParameter* shadows, const DevelopParameter* highlights,
@@ -339,7 +358,9 @@ typedef struct ExposureParameter {
     int32_t reserved[2]; /* accepted and not read */
 } ExposureParameter;
 
-/* General failure (0x80004005): only ImageAdjustExposureSelective_Rgba128F_SSE2 returns it. */
+/* General failure (0x80004005): only ImageAdjustExposureSelective_Rgba128F_SSE2 returns it.
+   Every kernel of this family accepts any alignment and touches exactly the region (the last
+   partial group of four pixels runs on a copy); the void ones check nothing. */
 #define StatusFailure ((StatusCode)0x80004005u)
 
 /* dst = src x 2^exposure on all four lanes (exp2f once per call), plain scalar loop. No checks; src may be dst. */
@@ -387,7 +408,8 @@ VELMORA_API void VELMORA_CALL ImageLevels_Rgba128F_SSE2(float* image, int32_t st
 /* ---- Adjust: curves ------------------------------------------------------- */
 /* Each sample of the width x height region at (x, y) (x in pixels) maps through a float table T with
    linear interpolation: position p, k = trunc(p), T[k] + (T[k+1] - T[k]) * (p - k). Rows top to bottom;
-   nothing is checked; no overrun; a height below 1 returns at once. All return StatusOk. IR forms pass
+   nothing is checked; no overrun; any alignment (it only picks faster loads); a height below 1
+   returns at once. All return StatusOk. IR forms pass
    the one plane as source and destination. */
 /* 16u: n = the table's interval count; p = code * (n * 1/65535 in float), so code 65535 reads T[n+1]:
    the table holds n + 2 entries, the last repeating T[n]. Output clamp(v, 0, 1) * 65535 + 0.5,
@@ -436,11 +458,12 @@ VELMORA_API StatusCode VELMORA_CALL Curve4_32f_C4IR(float* data, int32_t step, i
 
 /* Blocked Lab128F: per four pixels of a row, 16 floats: L* x4, a* x4, b* x4, then 116 f(lane 4) - 16 x4. */
 /* In place, linear ProPhoto RGB (D50) to Lab128F (D50 white 0.96422, 1, 0.82521). Rows go in whole blocks
-   of four pixels: overrun up to three pixels past the width, read and rewritten. No checks. */
+   of four pixels: overrun up to three pixels past the width, read and rewritten. No checks; any alignment. */
 VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* image, int32_t step,
                                                                        const ImageSize* roi);
 /* In place, Lab128F to linear ProPhoto RGB with lane 4 = 0; Y takes the linear branch only for L* <= 0.008856452
-   (deliberately L*, not kappa x eps). Whole blocks of four pixels: overrun up to three pixels. No checks. */
+   (deliberately L*, not kappa x eps). Whole blocks of four pixels: overrun up to three pixels, read and
+   rewritten. No checks; any alignment. */
 VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
                                                                        const ImageSize* roi);
 

@@ -62,6 +62,14 @@ typedef struct ImageSize {
     int32_t height;
 } ImageSize;
 
+/* Rectangle in pixels, laid out as the Win32 RECT: left, top, right, bottom (four int32). */
+typedef struct ImageRect {
+    int32_t left;
+    int32_t top;
+    int32_t right;
+    int32_t bottom;
+} ImageRect;
+
 /* Result of the validating kernels. */
 typedef uint32_t StatusCode;
 #define StatusOk ((StatusCode)0)
@@ -469,6 +477,114 @@ VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* im
 
 
 /* ---- Filter ---------------------------------------------------------------- */
+
+/* ---- Filter: blurs and separable convolutions ---------------------------- */
+/* None of these checks anything or returns a status; any alignment; a region with no rows or
+   columns does nothing. Each belongs to one of two border rules:
+    - MARGIN-READING: never tests a border; reads the stated number of pixels beyond the region on
+      every side (or the filtered sides), which the caller guarantees exist in the same plane
+      (same step, negative offsets from the region's first pixel).
+    - CLIPPING: reads only inside the readable area (the region, widened by any margins given)
+      and divides each output by the weights it actually used (box filters: by the pixel count).
+   Writes: exactly the destination region, plus what is said below. "Transposed" means row y of
+   the input becomes column y of the output: the output has `count` rows of `rows` pixels.
+   Four-float pixels filter all four lanes alike, alpha included. Running sums and prefix sums
+   are never recomputed along a row, so their results drift by a few ulps from exact means.
+   Kernels are float arrays of odd length 2r+1, centre at index r, and need not be normalised.
+   Packed margins (uint32): byte 0 = readable pixels left of the region, byte 1 = rows above,
+   byte 2 = pixels right, byte 3 = rows below. Scratch planes live only during the call. */
+
+/* One box mean of radius r across, then down. Margin-reading: r pixels on every side. */
+VELMORA_API void VELMORA_CALL BoxBlur_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                    const ImageSize* roi, int32_t radius);
+/* Three box means of radius r each way: a Gaussian of variance r(r+1). Margin-reading: 3r pixels
+   on every side. The SOURCE IS DESTROYED: the region and its 2r margin are overwritten (scratch). */
+VELMORA_API void VELMORA_CALL FastGaussianBlur_Rgba128F_SSE2(float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                             const ImageSize* roi, int32_t radius);
+/* One weighted pass along `rows` rows of `count` pixels, written transposed. Clipping at the row
+   ends: kernel (2r+1 weights). rect is ignored and may be null. */
+VELMORA_API void VELMORA_CALL BlurTranspose_Rgba128F_SSE(const float* src, int32_t srcStep, float* dst,
+                                                         int32_t dstStep, int32_t count, int32_t rows,
+                                                         const float* kernel, int32_t radius, const ImageRect* rect);
+/* As BlurTranspose_Rgba128F_SSE for a symmetric kernel (only kernel[r..2r] is read: centre, then
+   each pair of taps, left before right), not normalised. Margin-reading: r pixels at both row ends. */
+VELMORA_API void VELMORA_CALL DangerousBlurTranspose_Rgba128F_SSE(const float* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, int32_t count, int32_t rows,
+                                                                  const float* kernel, int32_t radius,
+                                                                  const ImageRect* rect);
+/* Two DangerousBlurTranspose passes with r = kernelSize/2 (integer division: pass 2r+1 weights
+   even for an even kernelSize). Margin-reading: r pixels on every side. rect is ignored. */
+VELMORA_API void VELMORA_CALL GaussianBlur_Rgba128F_SSE(const float* src, int32_t srcStep, float* dst,
+                                                        int32_t dstStep, int32_t width, int32_t height,
+                                                        const float* kernel, int32_t kernelSize,
+                                                        const ImageRect* rect);
+/* Separable convolution, kernelX across then kernelY down (centre at size/2; taps -(size/2) to
+   size-size/2-1, so even sizes reach one further left). Clipping within the region widened by the
+   packed margins. src and dst may be the same plane (same pointer and step). */
+VELMORA_API void VELMORA_CALL XMImageConvolution_Rgba128F_SSE2(int32_t width, int32_t height, const float* src,
+                                                               int32_t srcStep, float* dst, int32_t dstStep,
+                                                               const float* kernelX, int32_t sizeX,
+                                                               const float* kernelY, int32_t sizeY, uint32_t margins);
+/* XMImageConvolution_Rgba128F_SSE2 with one kernel both ways. */
+VELMORA_API void VELMORA_CALL XMImageConvolve_Rgba128F_SSE2(int32_t width, int32_t height, const float* src,
+                                                            int32_t srcStep, float* dst, int32_t dstStep,
+                                                            const float* kernel, int32_t size, uint32_t margins);
+/* In place, binomial kernels 1 2 1, 1 4 6 4 1 and 1 6 15 20 15 6 1 both ways: clipping within the
+   region widened by the packed margins (margins are read, not written). */
+VELMORA_API void VELMORA_CALL XMImageGaussian3_Rgba128F_SSE2(int32_t width, int32_t height, float* image,
+                                                             int32_t step, uint32_t margins);
+VELMORA_API void VELMORA_CALL XMImageGaussian5_Rgba128F_SSE2(int32_t width, int32_t height, float* image,
+                                                             int32_t step, uint32_t margins);
+VELMORA_API void VELMORA_CALL XMImageGaussian7_Rgba128F_SSE2(int32_t width, int32_t height, float* image,
+                                                             int32_t step, uint32_t margins);
+/* Gray box mean of radius r along each row, written transposed (dst: width rows of height
+   floats). Clipping: ends divide by the pixels inside. The II form averages the squares. The three
+   give the same values as their two-pass forms below use. */
+VELMORA_API void VELMORA_CALL XMImageBoxBlurAndTranspose_Gray32Float(const float* src, int32_t srcStep, float* dst,
+                                                                     int32_t dstStep, const ImageSize* roi,
+                                                                     int32_t radius);
+VELMORA_API void VELMORA_CALL XMImageBoxBlurAndTransposeII_Gray32Float(const float* src, int32_t srcStep, float* dst,
+                                                                       int32_t dstStep, const ImageSize* roi,
+                                                                       int32_t radius);
+VELMORA_API void VELMORA_CALL XMImageBoxFilterTranspose_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                     int32_t dstStep, const ImageSize* roi,
+                                                                     int32_t radius);
+/* Clipped (2r+1)-square box mean of a gray plane: pass src -> tmp (transposed, roi->width rows of
+   roi->height floats, caller-allocated), then tmp -> dst. MeanII gives the mean of the squares.
+   The plain and _SSE2 forms give identical values. */
+VELMORA_API void VELMORA_CALL XMImageBoxFilter_Gray32Float(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, float* tmp, int32_t tmpStep,
+                                                           const ImageSize* roi, int32_t radius);
+VELMORA_API void VELMORA_CALL XMImageBoxFilter_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                            int32_t dstStep, float* tmp, int32_t tmpStep,
+                                                            const ImageSize* roi, int32_t radius);
+VELMORA_API void VELMORA_CALL XMImageComputeMeanII_Gray32Float(const float* src, int32_t srcStep, float* dst,
+                                                               int32_t dstStep, float* tmp, int32_t tmpStep,
+                                                               const ImageSize* roi, int32_t radius);
+/* Gray twin of XMImageConvolution_Rgba128F_SSE2: flags holds the packed readable margins
+   (0: clip at the region). src and dst may be the same plane. */
+VELMORA_API void VELMORA_CALL XMImageSepConv_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                          int32_t dstStep, int32_t width, int32_t height,
+                                                          const float* kernelX, int32_t sizeX, const float* kernelY,
+                                                          int32_t sizeY, uint32_t flags);
+/* One pass of an int32 kernel (size weights, centre size/2) along each row of 8-bit BGRA pixels,
+   written transposed (dst: width rows of height pixels). Clipping at the row ends; result = weighted
+   sum / used weights, rounded half to even, clamped to 0..255 (a zero weight sum gives 0). Exact
+   while 255 x sum|w| < 2^24. last != 0 filters all four channels; last = 0 leaves dst's alpha bytes
+   as they are. */
+VELMORA_API void VELMORA_CALL ImageConvolveTranspose_Bgra32(const uint8_t* src, int32_t srcStep, int32_t width,
+                                                            int32_t height, uint8_t* dst, int32_t dstStep,
+                                                            const int32_t* kernel, int32_t size, int32_t last);
+/* In place: the pass above across (all channels) into a scratch, then back with the caller's last
+   (0 keeps the image's own alpha). */
+VELMORA_API void VELMORA_CALL ImageConvolve_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi,
+                                                   const int32_t* kernel, int32_t size, int32_t last);
+/* In place, ImageConvolve_Bgra32 with 1 4 6 4 1 and last = 1. */
+VELMORA_API void VELMORA_CALL ImageGaussian5x5_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi);
+/* In place, three times: each pixel = truncate(sum / count + 0.5) over the (2r+1)-square window
+   clipped to the region (count = pixels inside; single-precision division). */
+VELMORA_API void VELMORA_CALL ImageFastGaussianBlur_Gray8(uint8_t* image, int32_t step, const ImageSize* roi,
+                                                          int32_t radius);
 
 
 /* ---- Retouch --------------------------------------------------------------- */

@@ -1,13 +1,14 @@
 // XMImage: the library's own scratch planes. Rows start 16-byte aligned with a pitch that is
 // a multiple of 16, the width and height are padded to the kernel's block granularity, and an
 // optional border surrounds the region, so vector loops may run a block past the width and
-// filters may read their margins. The allocation is zero-filled, borders included.
+// filters may read their margins. The allocation is zero-filled, borders included. Planes of
+// 2 MiB and more come from the large-page scratch path (core/scratch.h) and die with the call.
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
+
+#include "core/scratch.h"
 
 namespace velmora {
 
@@ -55,11 +56,10 @@ public:
         pitch_ = left_bytes + row_bytes;
         const int32_t rows = border.top + RoundUp(height, gy) + border.bottom;
         size_ = rows * pitch_;
-        base_ = static_cast<uint8_t*>(std::aligned_alloc(16, static_cast<size_t>(size_ > 0 ? size_ : 16)));
+        base_ = static_cast<uint8_t*>(scratch::Allocate(Bytes()));
         origin_ = base_ + static_cast<std::ptrdiff_t>(pitch_) * border.top + left_bytes;
-        std::memset(base_, 0, static_cast<size_t>(size_ > 0 ? size_ : 0));
     }
-    ~XMImage() { std::free(base_); }
+    ~XMImage() { scratch::Free(base_, Bytes()); }
     XMImage(const XMImage&) = delete;
     XMImage& operator=(const XMImage&) = delete;
 
@@ -75,6 +75,8 @@ public:
     T* Row(int32_t y) const { return reinterpret_cast<T*>(origin_ + static_cast<std::ptrdiff_t>(pitch_) * y); }
 
 private:
+    size_t Bytes() const { return static_cast<size_t>(size_ > 0 ? size_ : 0); }
+
     int32_t width_, height_, gx_, gy_;
     int32_t pitch_ = 0, size_ = 0;
     uint8_t* base_ = nullptr;

@@ -1,0 +1,26 @@
+// The transposing one-dimensional passes the blur family is built from, shared with the filters
+// that stack on them (pyramids, local contrast, guided filters). Each pass reads source rows and
+// writes row y of its input as column y of its output, so running a pass twice filters both
+// directions and leaves the image the right way round, with every read walking memory row-wise.
+#pragma once
+
+#include <cstdint>
+
+namespace velmora::filter {
+
+// Running box mean of radius r over `rows` rows of four-float pixels, `count` outputs a row.
+// Margin-reading: each row is read from pixel -r to count-1+r, nothing is clipped. The running
+// sum subtracts the leaving pixel before adding the entering one and is never recomputed, so
+// rounding drifts slowly along a row (accepted for constant cost at any radius).
+void BoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t count, int32_t rows,
+                      int32_t radius);
+
+// Clipping box means of gray floats, written transposed: output x of a row is the mean of the
+// window's pixels that lie inside the row; `squares` averages v*v instead of v. Each row's
+// prefix sum P[x] = P[x-1] + v[x] gives window sums as differences, so the cost does not grow
+// with the radius; interior windows multiply by 1/(2r+1), windows cut by an end divide by their
+// pixel count.
+void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t width,
+                          int32_t height, int32_t radius, bool squares);
+
+}  // namespace velmora::filter

@@ -1,0 +1,99 @@
+// The weighted one-dimensional passes of the convolution kernels, over rows of floats holding C
+// channels a pixel (C = 4 for four-float pixels, 1 for gray). Pixel x's channel ch is the float
+// x*C + ch, so one formula covers both: a vector of four floats is one four-float pixel or four
+// neighbouring gray pixels.
+//
+// Clipping rule: taps run from -centre to size-centre-1 around each output; those outside the
+// readable span are dropped and the weighted sum is divided by the sum of exactly the weights
+// used, both accumulated in tap order. The interior uses the same order and the full weight sum,
+// so interior vectors, edge scalars and every body agree bit for bit.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "core/vec4.h"
+
+namespace velmora::filter {
+
+struct Taps {
+    const float* weights;
+    int32_t size;
+    int32_t centre;  // index of the weight applied to the output's own pixel
+};
+
+// Sum of weights lo..hi (tap offsets), in tap order.
+inline float WeightSum(const Taps& k, int32_t lo, int32_t hi) {
+    float s = k.weights[k.centre + lo];
+    for (int32_t t = lo + 1; t <= hi; ++t) s += k.weights[k.centre + t];
+    return s;
+}
+
+// Horizontal clipping pass of one row: out[0 .. width*C) from `in`, whose readable pixels are
+// -left .. width-1+right. `out` must not overlap `in`.
+template <int C>
+void ClippedRow(const float* in, float* out, int32_t width, int32_t left, int32_t right, const Taps& k) {
+    const int32_t first_tap = -k.centre, last_tap = k.size - k.centre - 1;
+    // Outputs whose whole kernel lies in the readable span: x + first_tap >= -left and
+    // x + last_tap <= width - 1 + right.
+    const int32_t x0 = std::clamp(-left - first_tap, 0, width);
+    const int32_t x1 = std::max(x0, std::min(width, width + right - last_tap));
+    auto edge = [&](int32_t x) {
+        const int32_t lo = std::max(first_tap, -left - x), hi = std::min(last_tap, width - 1 + right - x);
+        const float wsum = WeightSum(k, lo, hi);
+        for (int ch = 0; ch < C; ++ch) {
+            float acc = in[(x + lo) * C + ch] * k.weights[k.centre + lo];
+            for (int32_t t = lo + 1; t <= hi; ++t) acc += in[(x + t) * C + ch] * k.weights[k.centre + t];
+            out[x * C + ch] = acc / wsum;
+        }
+    };
+    for (int32_t x = 0; x < x0; ++x) edge(x);
+    const __m128 wsum = v4::Set1(WeightSum(k, first_tap, last_tap));
+    int32_t f = x0 * C;
+    for (; f + 4 <= x1 * C; f += 4) {
+        const float* p = in + f;
+        __m128 acc = _mm_mul_ps(v4::Load(p + first_tap * C), v4::Set1(k.weights[0]));
+        for (int32_t t = first_tap + 1; t <= last_tap; ++t)
+            acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(p + t * C), v4::Set1(k.weights[k.centre + t])));
+        v4::Store(out + f, _mm_div_ps(acc, wsum));
+    }
+    for (int32_t x = f / C; x < width; ++x) edge(x);
+}
+
+// Vertical clipping combination: out[i] = sum over taps t of rows[t][i] * weight, divided by the
+// weight sum, for the n floats of a row. rows[t] holds the filtered row y+t for t in lo..hi (the
+// taps already clipped by the caller).
+inline void ClippedColumn(const float* const* rows, float* out, int64_t n, const Taps& k, int32_t lo, int32_t hi) {
+    const float w_lo = k.weights[k.centre + lo];
+    const float wsum = WeightSum(k, lo, hi);
+    int64_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        __m128 acc = _mm_mul_ps(v4::Load(rows[lo] + i), v4::Set1(w_lo));
+        for (int32_t t = lo + 1; t <= hi; ++t)
+            acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(rows[t] + i), v4::Set1(k.weights[k.centre + t])));
+        v4::Store(out + i, _mm_div_ps(acc, v4::Set1(wsum)));
+    }
+    for (; i < n; ++i) {
+        float acc = rows[lo][i] * w_lo;
+        for (int32_t t = lo + 1; t <= hi; ++t) acc += rows[t][i] * k.weights[k.centre + t];
+        out[i] = acc / wsum;
+    }
+}
+
+// Writes rows of 16-byte pixels transposed, four source rows at a time so that each output step
+// stores 64 neighbouring bytes of one destination row. make_row(y, buffer) fills `count` pixels
+// of 16 bytes for source row y; emit(dst_pixel, buffer_pixel) stores one pixel.
+template <class MakeRow, class Emit>
+void WriteTransposed(int32_t rows, int32_t count, float* buffers, uint8_t* dst, int32_t dst_step, int32_t dst_pixel,
+                     MakeRow&& make_row, Emit&& emit) {
+    for (int32_t y = 0; y < rows; y += 4) {
+        const int32_t n = std::min(4, rows - y);
+        for (int32_t i = 0; i < n; ++i) make_row(y + i, buffers + int64_t{i} * count * 4);
+        for (int32_t x = 0; x < count; ++x) {
+            uint8_t* d = dst + int64_t{x} * dst_step + int64_t{y} * dst_pixel;
+            for (int32_t i = 0; i < n; ++i) emit(d + i * dst_pixel, buffers + (int64_t{i} * count + x) * 4);
+        }
+    }
+}
+
+}  // namespace velmora::filter

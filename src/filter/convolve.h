@@ -10,11 +10,20 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
+#include "core/cpu.h"
 #include "core/vec4.h"
+#include "filter/convolve_body.h"
 
 namespace velmora::filter {
+
+// Eight-float bodies (convolve_avx2.cpp); run only when the processor has AVX2.
+int64_t RowInteriorAvx2(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
+                        int32_t taps, body::Normalise norm);
+int64_t ColumnInteriorAvx2(const float* const* rows, float* out, int64_t n_floats, const float* w, int32_t taps,
+                           body::Normalise norm);
 
 struct Taps {
     const float* weights;
@@ -28,6 +37,44 @@ inline float WeightSum(const Taps& k, int32_t lo, int32_t hi) {
     for (int32_t t = lo + 1; t <= hi; ++t) s += k.weights[k.centre + t];
     return s;
 }
+
+namespace detail {
+
+struct Sse2 {
+    using T = __m128;
+    static constexpr int kLanes = 4;
+    static T Load(const float* p) { return _mm_loadu_ps(p); }
+    static void Store(float* p, T v) { _mm_storeu_ps(p, v); }
+    static T Set1(float f) { return _mm_set1_ps(f); }
+    static T Mul(T a, T b) { return _mm_mul_ps(a, b); }
+    static T Add(T a, T b) { return _mm_add_ps(a, b); }
+    static T Div(T a, T b) { return _mm_div_ps(a, b); }
+};
+
+// Division by a weight sum. Where the sum is a power of two its reciprocal is exact and the
+// product equals the quotient bit for bit, so the multiply is used instead (the binomial kernels
+// always take this path in the interior).
+inline body::Normalise NormaliseBy(float wsum) {
+    int exponent = 0;
+    const bool exact = std::isfinite(wsum) && std::fabs(std::frexp(wsum, &exponent)) == 0.5f &&
+                       std::isnormal(1.0f / wsum);
+    return {wsum, 1.0f / wsum, exact};
+}
+
+// The widest body first, then four floats, then the caller's scalar tail.
+inline int64_t RowInterior(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
+                           int32_t taps, body::Normalise norm) {
+    if (cpu::Has(cpu::Level::Avx2)) f0 = RowInteriorAvx2(first, tap_stride, out, f0, f1, w, taps, norm);
+    return body::Row<Sse2>(first, tap_stride, out, f0, f1, w, taps, norm);
+}
+
+inline int64_t ColumnInterior(const float* const* rows, float* out, int64_t n, const float* w, int32_t taps,
+                              body::Normalise norm) {
+    const int64_t done = cpu::Has(cpu::Level::Avx2) ? ColumnInteriorAvx2(rows, out, n, w, taps, norm) : 0;
+    return body::Column<Sse2>(rows, out, done, n, w, taps, norm);
+}
+
+}  // namespace detail
 
 // Horizontal clipping pass of one row: out[0 .. width*C) from `in`, whose readable pixels are
 // -left .. width-1+right. `out` must not overlap `in`.
@@ -48,34 +95,20 @@ void ClippedRow(const float* in, float* out, int32_t width, int32_t left, int32_
         }
     };
     for (int32_t x = 0; x < x0; ++x) edge(x);
-    const __m128 wsum = v4::Set1(WeightSum(k, first_tap, last_tap));
-    int32_t f = x0 * C;
-    for (; f + 4 <= x1 * C; f += 4) {
-        const float* p = in + f;
-        __m128 acc = _mm_mul_ps(v4::Load(p + first_tap * C), v4::Set1(k.weights[0]));
-        for (int32_t t = first_tap + 1; t <= last_tap; ++t)
-            acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(p + t * C), v4::Set1(k.weights[k.centre + t])));
-        v4::Store(out + f, _mm_div_ps(acc, wsum));
-    }
-    for (int32_t x = f / C; x < width; ++x) edge(x);
+    const int64_t f = detail::RowInterior(in + first_tap * C, C, out, int64_t{x0} * C, int64_t{x1} * C, k.weights, k.size,
+                                          detail::NormaliseBy(WeightSum(k, first_tap, last_tap)));
+    for (int32_t x = static_cast<int32_t>(f / C); x < width; ++x) edge(x);
 }
 
 // Vertical clipping combination: out[i] = sum over taps t of rows[t][i] * weight, divided by the
 // weight sum, for the n floats of a row. rows[t] holds the filtered row y+t for t in lo..hi (the
 // taps already clipped by the caller).
 inline void ClippedColumn(const float* const* rows, float* out, int64_t n, const Taps& k, int32_t lo, int32_t hi) {
-    const float w_lo = k.weights[k.centre + lo];
+    const float* w = k.weights + k.centre + lo;
     const float wsum = WeightSum(k, lo, hi);
-    int64_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        __m128 acc = _mm_mul_ps(v4::Load(rows[lo] + i), v4::Set1(w_lo));
-        for (int32_t t = lo + 1; t <= hi; ++t)
-            acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(rows[t] + i), v4::Set1(k.weights[k.centre + t])));
-        v4::Store(out + i, _mm_div_ps(acc, v4::Set1(wsum)));
-    }
-    for (; i < n; ++i) {
-        float acc = rows[lo][i] * w_lo;
-        for (int32_t t = lo + 1; t <= hi; ++t) acc += rows[t][i] * k.weights[k.centre + t];
+    for (int64_t i = detail::ColumnInterior(rows + lo, out, n, w, hi - lo + 1, detail::NormaliseBy(wsum)); i < n; ++i) {
+        float acc = rows[lo][i] * w[0];
+        for (int32_t t = lo + 1; t <= hi; ++t) acc += rows[t][i] * w[t - lo];
         out[i] = acc / wsum;
     }
 }

@@ -2,12 +2,14 @@
 // carry exactly the margins each kernel may read, fenced by no-access pages on the top-left and
 // bottom-right corners, so a read one pixel further crashes; every output pixel is compared
 // exactly, and pixels a kernel must leave alone (margins, in-place borders, alpha) are checked.
+// Every case runs at each instruction-set level the processor has.
 #include <functional>
 #include <random>
 #include <vector>
 
 #include "reference/blur.h"
 #include "support/compare.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
 
@@ -76,13 +78,15 @@ std::vector<float> RandomKernel(Rng& rng, int size) {
 // Small shapes with the degenerate ones first: 0 and 1 in each direction.
 template <class Fn>
 void ForShapes(uint32_t seed, int count, Fn&& fn) {
-    Rng rng{std::mt19937(seed)};
-    const int fixed[][2] = {{0, 3}, {3, 0}, {1, 1}, {1, 7}, {7, 1}, {2, 2}};
-    for (int i = 0; i < vt::Scaled(count) + 6; ++i) {
-        const int w = i < 6 ? fixed[i][0] : rng.Int(1, 23), h = i < 6 ? fixed[i][1] : rng.Int(1, 23);
-        SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h);
-        fn(rng, w, h);
-    }
+    vt::ForEachLevel([&] {
+        Rng rng{std::mt19937(seed)};
+        const int fixed[][2] = {{0, 3}, {3, 0}, {1, 1}, {1, 7}, {7, 1}, {2, 2}};
+        for (int i = 0; i < vt::Scaled(count) + 6; ++i) {
+            const int w = i < 6 ? fixed[i][0] : rng.Int(1, 23), h = i < 6 ? fixed[i][1] : rng.Int(1, 23);
+            SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h);
+            fn(rng, w, h);
+        }
+    });
 }
 
 TEST(BoxBlurs, MatchReferenceReadingExactlyTheirMargins) {

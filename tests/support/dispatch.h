@@ -26,6 +26,19 @@ struct DetectedLevelAtExit {
     ~DetectedLevelAtExit() { velmora::cpu::CapLevel(velmora::cpu::Detected()); }
 };
 
+// Runs fn once at every level this processor has, SSE2 first, with the level in failure
+// messages. A family test that compares with an exact reference at every level proves each
+// faster body bit-identical without a second copy of the test.
+template <class Fn>
+void ForEachLevel(Fn&& fn) {
+    DetectedLevelAtExit restore;
+    for (int level = 0; level <= static_cast<int>(velmora::cpu::Detected()); ++level) {
+        velmora::cpu::CapLevel(static_cast<velmora::cpu::Level>(level));
+        SCOPED_TRACE(::testing::Message() << "instruction-set level " << level);
+        fn();
+    }
+}
+
 // Nominal values in [0, scale) mixed with everything the lanes must agree on: zeros of both
 // signs, 1, negatives, values past the range, values a hair either side of the kernel's branch
 // thresholds, NaN with random payloads, infinities, denormals and arbitrary bit patterns.

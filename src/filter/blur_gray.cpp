@@ -30,18 +30,23 @@ struct FourRows {
     }
 };
 
-// Prefix sums P[x] = P[x-1] + v[x] of four rows, P[-1] = 0 stored at prefix[0].
-void PrefixSums(const FourRows& rows, int32_t width, bool squares, __m128* prefix) {
-    __m128 p = v4::Zero();
-    prefix[0] = p;
-    auto add = [&](__m128 v) { return _mm_add_ps(p, squares ? _mm_mul_ps(v, v) : v); };
+// Prefix sums P[x] = P[x-1] + v[x] of `groups` sets of four rows, P[-1] = 0 stored first; set g
+// goes to prefix + g * stride. The sets advance together so their addition chains overlap.
+template <int kMaxGroups>
+void PrefixSums(const FourRows* rows, int groups, int32_t width, bool squares, __m128* prefix, size_t stride) {
+    __m128 p[kMaxGroups];
+    for (int g = 0; g < groups; ++g) prefix[stride * g] = p[g] = v4::Zero();
+    auto add = [&](int g, __m128 v) { return p[g] = _mm_add_ps(p[g], squares ? _mm_mul_ps(v, v) : v); };
     int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-        __m128 c[4];
-        rows.Columns(x, c);
-        for (int k = 0; k < 4; ++k) prefix[x + k + 1] = p = add(c[k]);
-    }
-    for (; x < width; ++x) prefix[x + 1] = p = add(rows.Column(x));
+    for (; x + 4 <= width; x += 4)
+        for (int g = 0; g < groups; ++g) {
+            __m128 c[4];
+            rows[g].Columns(x, c);
+            __m128* out = prefix + stride * g + x + 1;
+            for (int k = 0; k < 4; ++k) out[k] = add(g, c[k]);
+        }
+    for (; x < width; ++x)
+        for (int g = 0; g < groups; ++g) prefix[stride * g + x + 1] = add(g, rows[g].Column(x));
 }
 
 }  // namespace
@@ -49,30 +54,40 @@ void PrefixSums(const FourRows& rows, int32_t width, bool squares, __m128* prefi
 void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t width,
                           int32_t height, int32_t radius, bool squares) {
     if (width <= 0 || height <= 0) return;
-    const size_t bytes = sizeof(__m128) * (static_cast<size_t>(width) + 1);
+    // Sixteen rows per round, as four vectors of four, so that each output column step stores 64
+    // neighbouring bytes of one destination row.
+    constexpr int kGroups = 4;
+    const size_t per_group = static_cast<size_t>(width) + 1;
+    const size_t bytes = sizeof(__m128) * per_group * kGroups;
     auto* prefix = static_cast<__m128*>(scratch::Allocate(bytes));
     const int32_t r = radius;
     const __m128 inv = v4::Set1(1.0f / static_cast<float>(2 * r + 1));
-    for (int32_t y = 0; y < height; y += 4) {
-        const int32_t n = std::min(4, height - y);
-        FourRows rows;
-        for (int i = 0; i < 4; ++i) rows.row[i] = frame::Row(src, src_step, y + std::min(i, n - 1));
-        PrefixSums(rows, width, squares, prefix);
+    for (int32_t y = 0; y < height; y += 4 * kGroups) {
+        const int32_t n = std::min(4 * kGroups, height - y);
+        const int groups = (n + 3) / 4;
+        FourRows rows[kGroups];
+        for (int g = 0; g < groups; ++g)
+            for (int i = 0; i < 4; ++i) rows[g].row[i] = frame::Row(src, src_step, y + std::min(4 * g + i, n - 1));
+        PrefixSums<kGroups>(rows, groups, width, squares, prefix, per_group);
         for (int32_t x = 0; x < width; ++x) {
             const int32_t hi = std::min(x + r, width - 1), lo = std::max(x - r, 0);
-            const __m128 sum = _mm_sub_ps(prefix[hi + 1], prefix[lo]);
             // Interior windows multiply by the one reciprocal; windows cut by an end divide by
             // the count of pixels they cover.
-            const __m128 mean = (x - r >= 0 && x + r <= width - 1)
-                                    ? _mm_mul_ps(sum, inv)
-                                    : _mm_div_ps(sum, v4::Set1(static_cast<float>(hi - lo + 1)));
+            const bool interior = x - r >= 0 && x + r <= width - 1;
+            const __m128 count = v4::Set1(static_cast<float>(hi - lo + 1));
             float* d = frame::Row(dst, dst_step, x) + y;
-            if (n == 4) {
-                v4::Store(d, mean);
-            } else {
-                alignas(16) float lanes[4];
-                v4::StoreAligned(lanes, mean);
-                std::memcpy(d, lanes, sizeof(float) * n);
+            for (int g = 0; g < groups; ++g) {
+                const __m128* p = prefix + per_group * g;
+                const __m128 sum = _mm_sub_ps(p[hi + 1], p[lo]);
+                const __m128 mean = interior ? _mm_mul_ps(sum, inv) : _mm_div_ps(sum, count);
+                const int32_t lanes = std::min(4, n - 4 * g);
+                if (lanes == 4) {
+                    v4::Store(d + 4 * g, mean);
+                } else {
+                    alignas(16) float part[4];
+                    v4::StoreAligned(part, mean);
+                    std::memcpy(d + 4 * g, part, sizeof(float) * lanes);
+                }
             }
         }
     }

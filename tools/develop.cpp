@@ -90,47 +90,45 @@ void Linearize(const Image& in, FloatImage& work, std::vector<float>& alpha) {
         for (int x = 0; x < in.width; ++x) alpha[size_t(y) * in.width + x] = work.Row(y)[4 * x + 3];
 }
 
-// One box pass along each line of a packed plane (clamp-to-edge), through prefix sums in double.
-void BoxLines(std::vector<float>& plane, int length, int lines, int radius) {
-    std::vector<double> prefix(size_t(length) + 1);
-    for (int l = 0; l < lines; ++l) {
-        float* v = plane.data() + size_t(l) * length;
-        for (int i = 0; i < length; ++i) prefix[i + 1] = prefix[i] + v[i];
-        const double first = v[0], last = v[length - 1];
-        for (int i = 0; i < length; ++i) {
-            const int lo = i - radius, hi = i + radius;
-            double sum = prefix[std::min(hi, length - 1) + 1] - prefix[std::max(lo, 0)];
-            if (lo < 0) sum += -lo * first;
-            if (hi > length - 1) sum += (hi - (length - 1)) * last;
-            v[i] = static_cast<float>(sum / (2 * radius + 1));
-        }
-    }
-}
-
-std::vector<float> Transposed(const std::vector<float>& plane, int width, int height) {
-    std::vector<float> t(plane.size());
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) t[size_t(x) * height + y] = plane[size_t(y) * width + x];
-    return t;
-}
-
-// The base luminance: the pixels' ProPhoto luminance blurred by three box passes each way (close
-// to a Gaussian of sigma about the radius), a radius of 1 % of the shorter side, into the fourth lane.
+// The base luminance: the pixels' ProPhoto luminance smoothed without crossing edges, so that
+// clarity, shadows and highlights treat a large area as one tone and stop at its edge instead of
+// spilling across it as a dark or bright halo. A guided filter with the image as its own guide,
+// built from the library's box means: in each (2r+1)-square window the output follows the local
+// linear fit a I + b, where a tends to 1 where the window's variance is well above eps (an edge
+// or texture worth keeping) and to 0 where it is below (smoothed to the local mean). It works on
+// the square root of luminance so that one eps suits shadows and highlights alike; the radius is
+// 2 % of the shorter side.
 void BaseLuminance(FloatImage& work) {
     const int w = work.width, h = work.height;
-    const int radius = std::max(1, std::min(w, h) / 100);
-    std::vector<float> lum(size_t(w) * h);
+    const int radius = std::max(1, std::min(w, h) / 50);
+    constexpr float kEps = 0.0025f;  // variance on the square-root scale: steps of about 0.05
+    const size_t n = size_t(w) * h;
+    std::vector<float> guide(n), mean(n), mean_sq(n), a(n), b(n), tmp(n);
+    const ImageSize roi{w, h};
+    const int32_t step = w * 4, tmp_step = h * 4;
+    auto box = [&](const std::vector<float>& in, std::vector<float>& out) {
+        XMImageBoxFilter_Gray32F_SSE2(in.data(), step, out.data(), step, tmp.data(), tmp_step, &roi, radius);
+    };
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
             const float* px = work.Row(y) + 4 * x;
-            lum[size_t(y) * w + x] = kLumR * px[0] + kLumG * px[1] + kLumB * px[2];
+            guide[size_t(y) * w + x] = std::sqrt(std::max(kLumR * px[0] + kLumG * px[1] + kLumB * px[2], 0.0f));
         }
-    for (int pass = 0; pass < 3; ++pass) BoxLines(lum, w, h, radius);
-    lum = Transposed(lum, w, h);
-    for (int pass = 0; pass < 3; ++pass) BoxLines(lum, h, w, radius);
-    lum = Transposed(lum, h, w);
+    box(guide, mean);
+    XMImageComputeMeanII_Gray32Float(guide.data(), step, mean_sq.data(), step, tmp.data(), tmp_step, &roi, radius);
+    for (size_t i = 0; i < n; ++i) {
+        const float var = std::max(mean_sq[i] - mean[i] * mean[i], 0.0f);
+        a[i] = var / (var + kEps);
+        b[i] = mean[i] - a[i] * mean[i];
+    }
+    box(a, mean);
+    box(b, mean_sq);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) work.Row(y)[4 * x + 3] = lum[size_t(y) * w + x];
+        for (int x = 0; x < w; ++x) {
+            const size_t i = size_t(y) * w + x;
+            const float q = mean[i] * guide[i] + mean_sq[i];
+            work.Row(y)[4 * x + 3] = q * q;
+        }
 }
 
 // Linear ProPhoto to linear sRGB primaries, in place.
@@ -182,7 +180,7 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     std::vector<float> alpha;
     Stage(in.bits == 8 ? "Bgra32 -> linear ProPhoto" : "Rgba64 -> linear ProPhoto", pixels,
           [&] { Linearize(in, work, alpha); });
-    Stage("base luminance blur (tool)", pixels, [&] { BaseLuminance(work); });
+    Stage("base luminance: guided filter", pixels, [&] { BaseLuminance(work); });
     const DevelopParameter p[7] = {{amounts.exposure, nullptr}, {amounts.brightness, nullptr},
                                    {amounts.shadows, nullptr},  {amounts.highlights, nullptr},
                                    {amounts.contrast, nullptr}, {amounts.clarity, nullptr},

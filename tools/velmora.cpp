@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "blur.h"
 #include "cli.h"
 #include "develop.h"
 #include "image_io.h"
@@ -89,6 +90,18 @@ int Develop(Args& args) {
     });
 }
 
+int Blur(Args& args) {
+    const std::optional<float> radius = args.TakeNumber("--radius", 0, 500);
+    if (!radius) throw UsageError("blur needs --radius R (0 to 500 pixels)");
+    if (*radius != static_cast<float>(static_cast<int>(*radius))) throw UsageError("--radius takes whole pixels");
+    BlurKind kind = BlurKind::Gaussian;
+    if (const std::optional<std::string> k = args.Take("--kind")) {
+        if (*k == "box") kind = BlurKind::Box;
+        else if (*k != "gaussian") throw UsageError("--kind takes box or gaussian, not '" + *k + "'");
+    }
+    return ForEachPicture(args, "blur", [&](const Image& in) { return BlurImage(in, static_cast<int>(*radius), kind); });
+}
+
 int Demo(Args& args) {
     if (args.TakeFlag("--quiet")) Report() = nullptr;
     args.NoneLeft();
@@ -130,11 +143,18 @@ const Command kCommands[] = {
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
      "                 [--contrast A] [--clarity A] [--saturation A]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
-     "matrix) with a blurred base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
+     "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
-     "all default to 0. The library has no export yet for two steps, which the tool does itself for\n"
-     "now: the blurred base luminance and the ProPhoto-to-sRGB matrix.\n",
+     "all default to 0. The base luminance is an edge-preserving (guided) smoothing built from the\n"
+     "library's gray box means, so clarity and shadows do not halo at edges. The ProPhoto-to-sRGB\n"
+     "matrix and a hue-preserving clip into the sRGB gamut are the tool's own.\n",
      true, Develop},
+    {"blur", "blur IN OUT --radius R [--kind box|gaussian]",
+     "Blurs the picture in linear light: sRGB codes decoded, blurred, encoded again, alpha blurred\n"
+     "like the colours. gaussian (the default) is three box means each way, close to a Gaussian of\n"
+     "sigma sqrt(R(R+1)); box is one box mean of (2R+1) x (2R+1) pixels. R from 0 to 500. The\n"
+     "picture's edge pixels are repeated outward for the pixels the blur reads beyond it.\n",
+     true, Blur},
     {"demo", "demo [OUT] [--quiet]",
      "Renders the built-in test scene, runs the convert road on it and writes OUT (default\n"
      "velmora-demo.png), then the develop road with a moderate edit, writing OUT's name with\n"

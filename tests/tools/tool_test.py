@@ -110,6 +110,25 @@ for i, p in enumerate(primaries):
     if weak[0] != weak[1] or out[p.index(255)] < 200:
         failures.append(f"developing {p} strongly gave {out}: the hue turned")
 
+# Blurs: a flat picture stays flat (edges repeated, light averaged), radius 0 changes nothing,
+# a blur smooths a checkerboard, and bad radii or kinds are usage errors.
+open(path("flat.png"), "wb").write(png(W, H, 2, [bytes((90, 140, 200) * W)] * H))
+for kind in ("box", "gaussian"):
+    run("blur", "flat.png", f"flat-{kind}.png", "--radius", "4", "--kind", kind)
+    if any(r != bytes((90, 140, 200) * W) for r in decode_png(f"flat-{kind}.png")[3]):
+        failures.append(f"a {kind} blur of a flat picture is not flat")
+run("blur", "rgb.png", "same.png", "--radius=0")
+if decode_png("same.png")[3] != rgb:
+    failures.append("blur --radius 0 changed pixels")
+checker = [bytes(255 * ((x + y) % 2) for x in range(W) for _ in range(3)) for y in range(H)]
+open(path("checker.png"), "wb").write(png(W, H, 2, checker))
+run("blur", "checker.png", "soft.png", "--radius", "3")
+jumps = lambda rows: sum(abs(r[i + 3] - r[i]) for r in rows for i in range(0, len(r) - 3, 3))
+if not jumps(decode_png("soft.png")[3]) < jumps(checker) / 20:
+    failures.append("blur --radius 3 did not smooth a checkerboard")
+for bad in (("--radius", "-1"), ("--radius", "2.5"), ("--radius", "2", "--kind", "median"), ()):
+    run("blur", "rgb.png", "bad.png", *bad, ok=False)
+
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
 run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")

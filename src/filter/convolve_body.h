@@ -17,22 +17,37 @@ struct Normalise {
     bool exact_inverse;  // 1/wsum is exact: multiplying equals dividing
 };
 
-// Taps known at compile time (N > 0) unroll fully with the weights held in registers.
+// The weights of one pass as vectors, and the final division. Taps known at compile time
+// (N > 0) unroll fully with the weights held in registers.
+template <class V, int N>
+struct Weights {
+    typename V::T held[N > 0 ? N : 1];
+    const float* w;
+    typename V::T by;
+    bool exact_inverse;
+    Weights(const float* weights, Normalise norm)
+        : w(weights), by(V::Set1(norm.exact_inverse ? norm.inverse : norm.wsum)), exact_inverse(norm.exact_inverse) {
+        if constexpr (N > 0)
+            for (int32_t t = 0; t < N; ++t) held[t] = V::Set1(w[t]);
+    }
+    typename V::T operator[](int32_t t) const {
+        if constexpr (N > 0) return held[t];
+        else return V::Set1(w[t]);
+    }
+    typename V::T Finish(typename V::T acc) const { return exact_inverse ? V::Mul(acc, by) : V::Div(acc, by); }
+};
+
 template <class V, int N>
 int64_t RowInterior(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
                     int32_t taps, Normalise norm) {
     const int32_t n = N > 0 ? N : taps;
-    typename V::T wv[N > 0 ? N : 1];
-    if constexpr (N > 0)
-        for (int32_t t = 0; t < N; ++t) wv[t] = V::Set1(w[t]);
-    auto weight = [&](int32_t t) { return N > 0 ? wv[t] : V::Set1(w[t]); };
-    const auto by = V::Set1(norm.exact_inverse ? norm.inverse : norm.wsum);
+    const Weights<V, N> weight(w, norm);
     int64_t f = f0;
     for (; f + V::kLanes <= f1; f += V::kLanes) {
         const float* p = first + f;
-        auto acc = V::Mul(V::Load(p), weight(0));
-        for (int32_t t = 1; t < n; ++t) acc = V::Add(acc, V::Mul(V::Load(p + t * tap_stride), weight(t)));
-        V::Store(out + f, norm.exact_inverse ? V::Mul(acc, by) : V::Div(acc, by));
+        auto acc = V::Mul(V::Load(p), weight[0]);
+        for (int32_t t = 1; t < n; ++t) acc = V::Add(acc, V::Mul(V::Load(p + t * tap_stride), weight[t]));
+        V::Store(out + f, weight.Finish(acc));
     }
     return f;
 }
@@ -41,16 +56,12 @@ template <class V, int N>
 int64_t ColumnInterior(const float* const* rows, float* out, int64_t i0, int64_t n_floats, const float* w,
                        int32_t taps, Normalise norm) {
     const int32_t n = N > 0 ? N : taps;
-    typename V::T wv[N > 0 ? N : 1];
-    if constexpr (N > 0)
-        for (int32_t t = 0; t < N; ++t) wv[t] = V::Set1(w[t]);
-    auto weight = [&](int32_t t) { return N > 0 ? wv[t] : V::Set1(w[t]); };
-    const auto by = V::Set1(norm.exact_inverse ? norm.inverse : norm.wsum);
+    const Weights<V, N> weight(w, norm);
     int64_t i = i0;
     for (; i + V::kLanes <= n_floats; i += V::kLanes) {
-        auto acc = V::Mul(V::Load(rows[0] + i), weight(0));
-        for (int32_t t = 1; t < n; ++t) acc = V::Add(acc, V::Mul(V::Load(rows[t] + i), weight(t)));
-        V::Store(out + i, norm.exact_inverse ? V::Mul(acc, by) : V::Div(acc, by));
+        auto acc = V::Mul(V::Load(rows[0] + i), weight[0]);
+        for (int32_t t = 1; t < n; ++t) acc = V::Add(acc, V::Mul(V::Load(rows[t] + i), weight[t]));
+        V::Store(out + i, weight.Finish(acc));
     }
     return i;
 }

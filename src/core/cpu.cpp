@@ -42,13 +42,17 @@ namespace velmora::cpu {
 
 namespace {
 
+unsigned Xcr0() {
+    unsigned lo, hi;
+    __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+    return lo;
+}
+
 // AVX needs the processor's flag and the operating system saving the upper register halves
 // (OSXSAVE, and XCR0 bits 1 and 2).
 bool OsSavesAvxState(unsigned ecx) {
     if (!(ecx & bit_OSXSAVE)) return false;
-    unsigned lo, hi;
-    __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
-    return (lo & 6u) == 6u;
+    return (Xcr0() & 6u) == 6u;
 }
 
 Level Probe() {
@@ -57,8 +61,11 @@ Level Probe() {
     if (!(ecx & bit_SSSE3)) return Level::Sse2;
     if (!(ecx & bit_AVX) || !OsSavesAvxState(ecx)) return Level::Ssse3;
     unsigned eax7, ebx7, ecx7, edx7;
-    if (__get_cpuid_count(7, 0, &eax7, &ebx7, &ecx7, &edx7) && (ebx7 & bit_AVX2)) return Level::Avx2;
-    return Level::Avx;
+    if (!__get_cpuid_count(7, 0, &eax7, &ebx7, &ecx7, &edx7) || !(ebx7 & bit_AVX2)) return Level::Avx;
+    // AVX-512 also needs the system saving the mask registers and the upper 16 vector registers
+    // (XCR0 bits 5 to 7).
+    if ((ebx7 & bit_AVX512F) && (Xcr0() & 0xE0u) == 0xE0u) return Level::Avx512;
+    return Level::Avx2;
 }
 
 const Level kDetected = Probe();

@@ -1,5 +1,5 @@
 // The instruction-set level the kernels dispatch on. Every kernel has a baseline SSE2 body; a
-// family may add faster bodies in sibling files (name_ssse3.cpp, name_avx.cpp, name_avx2.cpp,
+// family may add faster bodies in sibling files (name_ssse3.cpp, name_avx.cpp, name_avx2.cpp, name_avx512.cpp,
 // compiled with that level's flags only) that give bit-identical results. The level is read from
 // CPUID once, when the library loads, and only ever lowered by the internal tests that compare
 // each faster body with the baseline.
@@ -7,7 +7,7 @@
 
 namespace velmora::cpu {
 
-enum class Level { Sse2 = 0, Ssse3 = 1, Avx = 2, Avx2 = 3 };
+enum class Level { Sse2 = 0, Ssse3 = 1, Avx = 2, Avx2 = 3, Avx512 = 4 };
 
 // The highest level this processor and operating system support.
 Level Detected();

@@ -19,11 +19,16 @@
 
 namespace velmora::filter {
 
-// Eight-float bodies (convolve_avx2.cpp); run only when the processor has AVX2.
+// Eight- and sixteen-float bodies (convolve_avx2.cpp, convolve_avx512.cpp), run only where the
+// processor has that level. Each starts at f0 (i0) and returns where it stopped.
 int64_t RowInteriorAvx2(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
                         int32_t taps, body::Normalise norm);
-int64_t ColumnInteriorAvx2(const float* const* rows, float* out, int64_t n_floats, const float* w, int32_t taps,
-                           body::Normalise norm);
+int64_t ColumnInteriorAvx2(const float* const* rows, float* out, int64_t i0, int64_t n_floats, const float* w,
+                           int32_t taps, body::Normalise norm);
+int64_t RowInteriorAvx512(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
+                          int32_t taps, body::Normalise norm);
+int64_t ColumnInteriorAvx512(const float* const* rows, float* out, int64_t i0, int64_t n_floats, const float* w,
+                             int32_t taps, body::Normalise norm);
 
 struct Taps {
     const float* weights;
@@ -64,14 +69,17 @@ inline body::Normalise NormaliseBy(float wsum) {
 // The widest body first, then four floats, then the caller's scalar tail.
 inline int64_t RowInterior(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
                            int32_t taps, body::Normalise norm) {
+    if (cpu::Has(cpu::Level::Avx512)) f0 = RowInteriorAvx512(first, tap_stride, out, f0, f1, w, taps, norm);
     if (cpu::Has(cpu::Level::Avx2)) f0 = RowInteriorAvx2(first, tap_stride, out, f0, f1, w, taps, norm);
     return body::Row<Sse2>(first, tap_stride, out, f0, f1, w, taps, norm);
 }
 
 inline int64_t ColumnInterior(const float* const* rows, float* out, int64_t n, const float* w, int32_t taps,
                               body::Normalise norm) {
-    const int64_t done = cpu::Has(cpu::Level::Avx2) ? ColumnInteriorAvx2(rows, out, n, w, taps, norm) : 0;
-    return body::Column<Sse2>(rows, out, done, n, w, taps, norm);
+    int64_t i = 0;
+    if (cpu::Has(cpu::Level::Avx512)) i = ColumnInteriorAvx512(rows, out, i, n, w, taps, norm);
+    if (cpu::Has(cpu::Level::Avx2)) i = ColumnInteriorAvx2(rows, out, i, n, w, taps, norm);
+    return body::Column<Sse2>(rows, out, i, n, w, taps, norm);
 }
 
 }  // namespace detail

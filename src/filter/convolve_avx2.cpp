@@ -20,14 +20,6 @@ struct Avx2 {
 
 }  // namespace
 
-int64_t RowInteriorAvx2(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1, const float* w,
-                        int32_t taps, body::Normalise norm) {
-    return body::Row<Avx2>(first, tap_stride, out, f0, f1, w, taps, norm);
-}
-
-int64_t ColumnInteriorAvx2(const float* const* rows, float* out, int64_t n_floats, const float* w, int32_t taps,
-                           body::Normalise norm) {
-    return body::Column<Avx2>(rows, out, 0, n_floats, w, taps, norm);
-}
+VELMORA_CONVOLVE_BODIES(Avx2)
 
 }  // namespace velmora::filter

@@ -95,3 +95,14 @@ int64_t Column(const float* const* rows, float* out, int64_t i0, int64_t n_float
 }
 
 }  // namespace velmora::filter::body
+
+// Defines a body's two entry points, RowInterior<Name> and ColumnInterior<Name>, on its vector type.
+#define VELMORA_CONVOLVE_BODIES(Name)                                                                              \
+    int64_t RowInterior##Name(const float* first, int64_t tap_stride, float* out, int64_t f0, int64_t f1,          \
+                              const float* w, int32_t taps, body::Normalise norm) {                                \
+        return body::Row<Name>(first, tap_stride, out, f0, f1, w, taps, norm);                                     \
+    }                                                                                                              \
+    int64_t ColumnInterior##Name(const float* const* rows, float* out, int64_t i0, int64_t n_floats, const float* w, \
+                                 int32_t taps, body::Normalise norm) {                                             \
+        return body::Column<Name>(rows, out, i0, n_floats, w, taps, norm);                                         \
+    }

@@ -589,6 +589,94 @@ VELMORA_API void VELMORA_CALL ImageFastGaussianBlur_Gray8(uint8_t* image, int32_
 
 /* ---- Retouch --------------------------------------------------------------- */
 
+/* ---- Retouch: dehaze (dark-channel prior) -------------------------------- */
+/* Kernels the host chains: dark channel -> airlight -> rough transmission -> (the host's own
+   refinement) -> recovery. Each takes its region as x, y, width, height by value and offsets
+   every plane to (x, y) itself (bytes per pixel: 16 float RGBA, 4 float, 3 RGB, 1 gray); reads and
+   writes exactly the region; any alignment; always returns StatusOk; height < 1 does nothing.
+   Airlight is reduced to one grey value Abar = (A[1] + A[0] + A[2]) x 0.33333334 everywhere but
+   in its estimate. */
+
+/* Grey erosion: each pixel = the minimum byte of its (2r+1)-square window clipped to the region
+   (never reads outside it). Cost independent of r. */
+VELMORA_API StatusCode VELMORA_CALL DarkChannel_8u_C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst,
+                                                       int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                       int32_t height, int32_t radius);
+/* dst (one float) = min(1.0, minimum of R, G and B over the clipped window); alpha ignored. A NaN or
+   -0 in R, G or B makes the result follow the scan order exactly (running value kept where strictly
+   less than the pixel's). */
+VELMORA_API StatusCode VELMORA_CALL DarkChannel_32f_AC4C1R(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                           int32_t height, int32_t radius);
+/* Airlight from the brightest 10 % of the dark channel (256-bin histogram; threshold = the bin
+   where the count from 255 down reaches ceil(0.1 x width x height)): of those pixels, the one of
+   highest 0.299 b0 + 0.587 b1 + 0.114 b2 (first met wins ties) has its three bytes copied to light.
+   If no candidate has a luma above 0, light is NOT written: preset it. */
+VELMORA_API StatusCode VELMORA_CALL EstimateAtmosphericLight_8u_C3C1R(const uint8_t* src, int32_t srcStep,
+                                                                      const uint8_t* dark, int32_t darkStep, int32_t x,
+                                                                      int32_t y, int32_t width, int32_t height,
+                                                                      uint8_t* light);
+/* dst = table[dark]: entry i = trunc(max(1 - i/255 x omega/atmosphericLight, 0) x 255 + 0.5);
+   atmosphericLight on the 0..1 scale. ("Rought" is the name.) */
+VELMORA_API StatusCode VELMORA_CALL RoughtTransmissionMap_8u_C1R(const uint8_t* dark, int32_t darkStep, uint8_t* dst,
+                                                                 int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                                 int32_t height, float atmosphericLight, float omega);
+/* dst (float) = 1 - dark x 0.95 / Abar (Abar from the three light bytes, 0..255 scale), unclamped.
+   The SOURCE IS READ PACKED: width x height bytes from the unmoved dark pointer, row after row;
+   darkStep, x and y do not apply to it (only dst is offset and stepped). */
+VELMORA_API StatusCode VELMORA_CALL RoughtTransmissionMap_8u32f_C1R(const uint8_t* dark, int32_t darkStep, float* dst,
+                                                                    int32_t dstStep, int32_t x, int32_t y,
+                                                                    int32_t width, int32_t height,
+                                                                    const uint8_t* light);
+/* dst = 1 - dark x omega / Abar (light: three floats), unclamped. In rows of 16 pixels or more
+   whose destination does not overlap the source, blocks of 16 use the processor's approximate
+   reciprocal refined by one Newton step (last bits may differ from the exact path, and between
+   processor makes); the rest uses 1/Abar. Both transmission kernels share this rule. */
+VELMORA_API StatusCode VELMORA_CALL RoughtTransmissionMap_32f_C1R(const float* dark, int32_t darkStep, float* dst,
+                                                                  int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                                  int32_t height, const float* light, float omega);
+/* Recovery: t = max(transmission/255, t0); every lane, ALPHA INCLUDED, = (I - Abar) / t + Abar
+   (restore alpha afterwards if needed). Unclamped; t0 = 0 with t = 0 gives inf/NaN. */
+VELMORA_API StatusCode VELMORA_CALL Dehaze_32f_AC4R(const float* src, int32_t srcStep, const uint8_t* transmission,
+                                                    int32_t transmissionStep, float* dst, int32_t dstStep, int32_t x,
+                                                    int32_t y, int32_t width, int32_t height, const float* light,
+                                                    float t0);
+
+/* ---- Retouch: gradient masks ---------------------------------------------- */
+/* Float masks in 0..1. dst points at the region's first pixel; region = {x, y, width, height}
+   gives only the image coordinates (x + col, y + row) at which pixels are evaluated. Overrun: rows
+   are written in groups of four, widths round up to a multiple of 4 floats (up to three floats past
+   the width written). No checks; any alignment. A, B: two floats each (x, y). A = B gives NaN.
+   Parameters clamped to 0.0001..0.9999 where said. invert gives 1 - value. */
+
+/* 0 at A's perpendicular, 1 at B's; midpoint (clamped) is where the ramp crosses 0.5, each side
+   linear (exactly 0.5 within 1e-6: the plain ramp). */
+VELMORA_API void VELMORA_CALL ImageLinearGradient_Gray32F_SSE2_X4Y1(float* dst, int32_t dstStep, const int32_t* region,
+                                                                    const float* pointA, const float* pointB,
+                                                                    float midpoint, bool invert);
+/* 1 at the pivot A + midpoint (B - A), falling linearly to 0 at A and at B; a midpoint within 1e-6
+   of 0.5 uses the dual ramp with width 0.0001. */
+VELMORA_API void VELMORA_CALL ImageReflectedGradient_Gray32F_SSE2_X4Y1(float* dst, int32_t dstStep,
+                                                                       const int32_t* region, const float* pointA,
+                                                                       const float* pointB, float midpoint, bool invert);
+/* A plateau of 1 for a distance from the middle of A and B up to width (clamped) x |AB|/2, falling
+   linearly to 0 at A and at B. */
+VELMORA_API void VELMORA_CALL ImageDualGradient_Gray32F_SSE2_X4Y1(float* dst, int32_t dstStep, const int32_t* region,
+                                                                  const float* pointA, const float* pointB, float width,
+                                                                  bool invert);
+/* Radial mask around centre (x, y) with radii (rx along the angle, ry across it; angle in radians).
+   rho = the normalised radius (1 on the shape's edge). feather f (clamped to 0.0001..1) is the
+   fraction of the radius over which the mask falls: linear ramp = clamp((1 - rho) / f, 0, 1).
+   selector 0: ellipse, linear ramp; 1: ellipse, smoothstep of the ramp; 2: ellipse, Gaussian
+   exp(-4.5 (max(rho - (1 - f), 0) / f)^2) (e^-4.5 on the edge, never exactly 0); 3: rectangle of
+   half sizes rx, ry with corners rounded by shape (0 square .. 1 ellipse-like), linear ramp on its
+   signed distance; 4, 5: 1 minus selector 0, 1 (vignette: 0 inside, 1 outside). Other selectors
+   write nothing. shape is used by selector 3 only. 1 at the centre (selectors 0-3), 0 with invert. */
+VELMORA_API void VELMORA_CALL ImageRadialGradient_Gray32F_SSE2_X4Y1(float* dst, int32_t dstStep, const int32_t* region,
+                                                                    const float* centre, const float* radii,
+                                                                    float angle, float feather, float shape, bool invert,
+                                                                    int32_t selector);
+
 
 /* ---- Resample and statistics ---------------------------------------------- */
 

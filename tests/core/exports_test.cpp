@@ -21,6 +21,8 @@ struct Arg32<uint32_t> : std::integral_constant<int, 4> {};
 template <>
 struct Arg32<float> : std::integral_constant<int, 4> {};
 template <>
+struct Arg32<bool> : std::integral_constant<int, 4> {};  // a bool takes a whole 32-bit stack slot
+template <>
 struct Arg32<double> : std::integral_constant<int, 8> {};
 template <>
 struct Arg32<ImageSize> : std::integral_constant<int, 8> {};

@@ -1,0 +1,93 @@
+// Gradient masks against the scalar references: random regions and points, midpoints on and
+// around 0.5 and beyond 0..1, both inversions. The destination is fenced right after each row's
+// last float of the width rounded up to four, the documented overrun.
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "reference/dehaze.h"
+#include "support/compare.h"
+#include "support/shapes.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+namespace g = ref::gradient;
+
+struct Case {
+    int32_t region[4];
+    float a[2], b[2], shape;
+    bool invert;
+};
+
+// Runs fill(dst, step, case) on a guarded plane and compares every written float (the overrun
+// included) with want(px, py, case), exactly or within an absolute tolerance.
+template <class Fill, class Want>
+void Check(uint32_t seed, Fill&& fill, Want&& want, float tolerance = 0.0f) {
+    std::mt19937 rng(seed);
+    auto uni = [&](float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(rng); };
+    const float shapes[] = {0.5f, 0.5000005f, 0.5001f, 0.0f, 1.0f, -0.3f, 1.4f};
+    for (int i = 0; i < vt::Scaled(150); ++i) {
+        Case c{{int32_t(rng() % 50) - 10, int32_t(rng() % 30) - 5, int32_t(rng() % 23), int32_t(rng() % 6)},
+               {uni(-20, 60), uni(-20, 40)}, {uni(-20, 60), uni(-20, 40)},
+               rng() % 2 ? shapes[rng() % 7] : uni(0, 1), rng() % 2 == 0};
+        const int w = c.region[2], h = c.region[3];
+        const int64_t row_bytes = vt::RowBytes(w, 4, 4);
+        vt::Shape s;
+        s.pad_dst = int(rng() % 3) * 4;
+        vt::GuardedPlane dst(row_bytes, h, vt::StepFor(s, row_bytes, s.pad_dst, 4), vt::Placement::End, 4);
+        const auto before = dst.Snapshot();
+        fill(dst.As<float>(), dst.step(), c);
+        SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h << " shape " << c.shape << " invert " << c.invert);
+        EXPECT_TRUE(dst.OnlyRowsChanged(before, row_bytes));
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < row_bytes / 4; ++x) {
+                const float got = dst.RowAs<float>(y)[x];
+                const float expect = want(float(c.region[0] + x), float(c.region[1] + y), c);
+                ASSERT_TRUE(tolerance > 0 ? std::fabs(got - expect) <= tolerance : vt::Same(got, expect, 0))
+                    << "pixel " << x << "," << y << ": got " << got << ", want " << expect;
+            }
+    }
+}
+
+float Inverted(float v, bool invert) { return invert ? 1.0f - v : v; }
+
+TEST(Gradients, LinearReflectedAndDualMatchReference) {
+    Check(1, [](float* d, int32_t s, const Case& c) { ImageLinearGradient_Gray32F_SSE2_X4Y1(d, s, c.region, c.a, c.b, c.shape, c.invert); },
+          [](float x, float y, const Case& c) { return Inverted(g::Linear(x, y, c.a, c.b, c.shape), c.invert); });
+    Check(2, [](float* d, int32_t s, const Case& c) { ImageReflectedGradient_Gray32F_SSE2_X4Y1(d, s, c.region, c.a, c.b, c.shape, c.invert); },
+          [](float x, float y, const Case& c) { return Inverted(g::ReflectedFall(x, y, c.a, c.b, c.shape), !c.invert); });
+    Check(3, [](float* d, int32_t s, const Case& c) { ImageDualGradient_Gray32F_SSE2_X4Y1(d, s, c.region, c.a, c.b, c.shape, c.invert); },
+          [](float x, float y, const Case& c) { return Inverted(g::DualFall(x, y, c.a, c.b, c.shape), !c.invert); });
+}
+
+TEST(Gradients, RadialSelectorsMatchReference) {
+    for (int selector = 0; selector <= 5; ++selector) {
+        SCOPED_TRACE(testing::Message() << "selector " << selector);
+        // The points serve as centre and radii; the shape as feather, corner and angle.
+        auto args = [](const Case& c, float* radii) {
+            radii[0] = 2.0f + std::fabs(c.b[0]), radii[1] = 2.0f + std::fabs(c.b[1]);
+        };
+        Check(10 + selector,
+              [&](float* d, int32_t s, const Case& c) {
+                  float radii[2];
+                  args(c, radii);
+                  ImageRadialGradient_Gray32F_SSE2_X4Y1(d, s, c.region, c.a, radii, c.shape * 3, c.shape, 1 - c.shape, c.invert, selector);
+              },
+              [&](float x, float y, const Case& c) {
+                  float radii[2];
+                  args(c, radii);
+                  return Inverted(g::Radial(x, y, c.a, radii, c.shape * 3, c.shape, 1 - c.shape, selector), c.invert);
+              },
+              selector == 2 ? 1e-6f : 0.0f);  // the vector exponential against std::exp
+    }
+    // An unknown selector writes nothing.
+    vt::GuardedPlane dst(16, 2, 16);
+    const auto before = dst.Snapshot();
+    const int32_t region[4] = {0, 0, 4, 2};
+    const float p[2] = {1, 1}, r[2] = {2, 2};
+    ImageRadialGradient_Gray32F_SSE2_X4Y1(dst.As<float>(), 16, region, p, r, 0, 0.5f, 0, false, 6);
+    EXPECT_TRUE(dst.Unchanged(before));
+}
+
+}  // namespace

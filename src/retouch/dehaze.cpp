@@ -44,18 +44,6 @@ struct Plane {
     T* Row(int32_t y) const { return frame::Row(data, step, y); }
 };
 
-// Both passes of the clipped minimum: down the columns of the source into a transposed plane,
-// then down the columns of that plane into dst.
-template <class T, class SourceRow>
-void ClippedMinimum(int32_t w, int32_t h, int32_t r, SourceRow&& source_row, T* dst, int32_t dst_step) {
-    Plane<T> across(h, w);
-    using Fn = std::remove_reference_t<SourceRow>;
-    auto first = [](void* c, int32_t y) -> const T* { return (*static_cast<Fn*>(c))(y); };
-    MinDownTransposed(w, h, r, first, const_cast<void*>(static_cast<const void*>(&source_row)), across.data, across.step);
-    auto second = [](void* c, int32_t y) -> const T* { return static_cast<Plane<T>*>(c)->Row(y); };
-    MinDownTransposed(h, w, r, second, &across, dst, dst_step);
-}
-
 // The window scan as defined, for planes holding NaN or negative zero, whose result depends on the
 // order pixels are met: per lane, the running value is kept where it is strictly less than the
 // pixel's, else the pixel's is taken (_mm_min_ps(running, pixel)), starting at 1.0; then
@@ -115,13 +103,14 @@ extern "C" VELMORA_API StatusCode VELMORA_CALL DarkChannel_8u_C1R(const uint8_t*
     if (height < 1 || width < 1) return StatusOk;
     src = At(src, srcStep, x, y, 1);
     dst = At(dst, dstStep, x, y, 1);
-    // Source rows are copied into a padded row, so whole vectors never read past the region.
-    retouch::Plane<uint8_t> row(width, 1);
-    auto source_row = [&](int32_t yy) {
-        std::memcpy(row.data, frame::Row(src, srcStep, yy), static_cast<size_t>(width));
-        return static_cast<const uint8_t*>(row.data);
-    };
-    retouch::ClippedMinimum(width, height, radius, source_row, dst, dstStep);
+    struct Source {
+        const uint8_t* base;
+        int32_t step;
+    } source{src, srcStep};
+    retouch::ClippedMinimum(
+        width, height, radius,
+        [](void* c, int32_t row) { return frame::Row(static_cast<Source*>(c)->base, static_cast<Source*>(c)->step, row); },
+        &source, dst, dstStep);
     return StatusOk;
 }
 
@@ -132,24 +121,41 @@ extern "C" VELMORA_API StatusCode VELMORA_CALL DarkChannel_32f_AC4C1R(const floa
     src = At(src, srcStep, x, y, 16);
     dst = At(dst, dstStep, x, y, 4);
     // The minimum over window and channels in either order, capped at 1.0, is the scan's result
-    // while no NaN or negative zero is met; those send the call to the scan itself.
-    retouch::Plane<float> row(width, 1);
+    // while no NaN or negative zero is met; those send the call to the scan itself. The channel
+    // minima go to a plane first, four pixels a step.
+    retouch::Plane<float> mins(width, height);
     __m128i special = _mm_setzero_si128();
-    auto source_row = [&](int32_t yy) {
-        const float* s = frame::Row(src, srcStep, yy);
-        for (int32_t i = 0; i < width; ++i) {
-            const __m128 p = v4::Load(s + 4 * i);
-            const __m128i bits = _mm_castps_si128(p);
-            special = _mm_or_si128(special, _mm_castps_si128(_mm_cmpunord_ps(p, p)));
-            special = _mm_or_si128(special, _mm_cmpeq_epi32(bits, _mm_set1_epi32(INT32_MIN)));
-            const __m128 bg = _mm_min_ss(v4::Broadcast<2>(p), v4::Broadcast<1>(p));
-            row.data[i] = _mm_cvtss_f32(_mm_min_ss(_mm_min_ss(bg, p), v4::Set1(1.0f)));
+    const __m128 one = v4::Set1(1.0f);
+    for (int32_t i = 0; i < height; ++i) {
+        const float* s = frame::Row(src, srcStep, i);
+        float* m = mins.Row(i);
+        for (int32_t j = 0; j < width; j += 4) {
+            const int32_t n = std::min(4, width - j);
+            __m128 px[4];
+            for (int k = 0; k < 4; ++k) px[k] = v4::Load(s + 4 * (j + std::min(k, n - 1)));
+            v4::Transpose4(px[0], px[1], px[2], px[3]);  // px[c]: channel c of the four pixels
+            for (int c = 0; c < 3; ++c) {
+                special = _mm_or_si128(special, _mm_castps_si128(_mm_cmpunord_ps(px[c], px[c])));
+                special = _mm_or_si128(special, _mm_cmpeq_epi32(_mm_castps_si128(px[c]), _mm_set1_epi32(INT32_MIN)));
+            }
+            const __m128 v = _mm_min_ps(_mm_min_ps(_mm_min_ps(px[2], px[1]), px[0]), one);
+            if (n == 4) {
+                v4::Store(m + j, v);
+            } else {
+                alignas(16) float lanes[4];
+                v4::StoreAligned(lanes, v);
+                std::memcpy(m + j, lanes, sizeof(float) * n);
+            }
         }
-        return static_cast<const float*>(row.data);
-    };
-    retouch::ClippedMinimum(width, height, radius, source_row, dst, dstStep);
-    // Lane 3 (alpha) never counts.
-    if ((_mm_movemask_epi8(special) & 0x0FFF) != 0) retouch::DarkChannelScan(src, srcStep, dst, dstStep, width, height, radius);
+    }
+    if (_mm_movemask_epi8(special) != 0) {
+        retouch::DarkChannelScan(src, srcStep, dst, dstStep, width, height, radius);
+        return StatusOk;
+    }
+    retouch::ClippedMinimum(
+        width, height, radius,
+        [](void* c, int32_t row) -> const float* { return static_cast<retouch::Plane<float>*>(c)->Row(row); }, &mins,
+        dst, dstStep);
     return StatusOk;
 }
 

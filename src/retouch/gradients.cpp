@@ -12,6 +12,7 @@
 #include <cmath>
 
 #include "core/frame.h"
+#include "core/stream.h"
 #include "core/vec4.h"
 #include "core/xmmath.h"
 
@@ -22,16 +23,42 @@ struct Region {
     int32_t x, y, width, height;
 };
 
-// Runs value(px, py) -> four mask values over the region, four columns a step.
-template <class Value>
-void Fill(float* dst, int32_t step, const int32_t* region, Value&& value) {
-    const Region r{region[0], region[1], region[2], region[3]};
+template <bool Streaming, class Value>
+void FillRows(float* dst, int32_t step, const Region& r, Value&& value) {
     __m128 py = v4::Set1(static_cast<float>(r.y));
     const __m128 x0 = _mm_add_ps(v4::Set1(static_cast<float>(r.x)), _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f));
     for (int32_t row = 0; row < r.height; ++row, py = _mm_add_ps(py, v4::Set1(1.0f))) {
         float* out = frame::Row(dst, step, row);
-        __m128 px = x0;
-        for (int32_t col = 0; col < r.width; col += 4, px = _mm_add_ps(px, v4::Set1(4.0f))) v4::Store(out + col, value(px, py));
+        auto put = [&](int32_t col, __m128 v) {
+            if constexpr (Streaming) _mm_stream_ps(out + col, v);
+            else v4::Store(out + col, v);
+        };
+        // Four running x vectors sixteen columns apart, so their additions do not wait on each
+        // other; whole numbers below 2^24 make every x exact however it was reached.
+        __m128 px[4] = {x0, _mm_add_ps(x0, v4::Set1(4.0f)), _mm_add_ps(x0, v4::Set1(8.0f)), _mm_add_ps(x0, v4::Set1(12.0f))};
+        int32_t col = 0;
+        for (; col + 16 <= r.width; col += 16)
+            for (int k = 0; k < 4; ++k) {
+                put(col + 4 * k, value(px[k], py));
+                px[k] = _mm_add_ps(px[k], v4::Set1(16.0f));
+            }
+        for (int k = 0; col < r.width; col += 4, ++k) put(col, value(px[k], py));
+    }
+}
+
+// Runs value(px, py) -> four mask values over the region, four columns a step. Large aligned
+// masks are written with streaming stores: a mask is written once and read later, so reading
+// each line into the cache first would only double the memory traffic.
+template <class Value>
+void Fill(float* dst, int32_t step, const int32_t* region, Value&& value) {
+    const Region r{region[0], region[1], region[2], region[3]};
+    const bool aligned = ((reinterpret_cast<uintptr_t>(dst) | static_cast<uint32_t>(step)) & 15u) == 0;
+    const int64_t bytes = int64_t{std::max(r.width, 0)} * 4 * std::max(r.height, 0);
+    if (aligned && stream::Worthwhile(nullptr, dst, bytes)) {
+        FillRows<true>(dst, step, r, value);
+        _mm_sfence();
+    } else {
+        FillRows<false>(dst, step, r, value);
     }
 }
 
@@ -48,9 +75,14 @@ struct Axis {
         const float renorm = 1.0f / std::sqrt(nx * nx + ny * ny);
         nx *= renorm, ny *= renorm;
     }
-    // Projection of the pixels onto the direction, minus `offset`.
-    __m128 Along(__m128 px, __m128 py, float offset) const {
-        return _mm_sub_ps(_mm_add_ps(_mm_mul_ps(px, v4::Set1(nx)), _mm_mul_ps(py, v4::Set1(ny))), v4::Set1(offset));
+};
+
+// Projection of the pixels onto the axis minus an offset, with the constants held as vectors.
+struct Projection {
+    __m128 nx, ny, offset;
+    Projection(const Axis& axis, float off) : nx(v4::Set1(axis.nx)), ny(v4::Set1(axis.ny)), offset(v4::Set1(off)) {}
+    __m128 operator()(__m128 px, __m128 py) const {
+        return _mm_sub_ps(_mm_add_ps(_mm_mul_ps(px, nx), _mm_mul_ps(py, ny)), offset);
     }
 };
 
@@ -68,9 +100,9 @@ void Dual(float* dst, int32_t step, const int32_t* region, const float* a, const
     const float half = std::sqrt((cx - b[0]) * (cx - b[0]) + (cy - b[1]) * (cy - b[1]));
     const float inner = ClampParameter(width) * half;
     const __m128 k = v4::Set1(1.0f / (half - inner)), in = v4::Set1(inner);
-    const float offset = axis.nx * cx + axis.ny * cy;
+    const Projection along(axis, axis.nx * cx + axis.ny * cy);
     Fill(dst, step, region, [&](__m128 px, __m128 py) {
-        const __m128 t = axis.Along(px, py, offset);
+        const __m128 t = along(px, py);
         const __m128 fall = Clamp01(_mm_mul_ps(_mm_sub_ps(_mm_max_ps(_mm_sub_ps(v4::Zero(), t), t), in), k));
         return Invert ? fall : OneMinus(fall);
     });
@@ -81,8 +113,9 @@ void Linear(float* dst, int32_t step, const int32_t* region, const float* a, con
     const Axis axis(a, b);
     const float c = -(a[1] * axis.ny + a[0] * axis.nx);
     const __m128 inv_length = v4::Set1(1.0f / axis.length), cc = v4::Set1(c);
+    const __m128 nx = v4::Set1(axis.nx), ny = v4::Set1(axis.ny);
     Fill(dst, step, region, [&](__m128 px, __m128 py) {
-        const __m128 along = _mm_add_ps(_mm_add_ps(_mm_mul_ps(px, v4::Set1(axis.nx)), cc), _mm_mul_ps(py, v4::Set1(axis.ny)));
+        const __m128 along = _mm_add_ps(_mm_add_ps(_mm_mul_ps(px, nx), cc), _mm_mul_ps(py, ny));
         return Finish<Invert>(Clamp01(_mm_mul_ps(along, inv_length)));
     });
 }
@@ -95,8 +128,9 @@ void LinearMidpoint(float* dst, int32_t step, const int32_t* region, const float
     const float c = -(a[1] * axis.ny + a[0] * axis.nx);
     const __m128 inv_length = v4::Set1(1.0f / axis.length), cc = v4::Set1(c), mm = v4::Set1(m);
     const __m128 above = v4::Set1(0.5f / (1.0f - m)), below = v4::Set1(0.5f / m), half = v4::Set1(0.5f);
+    const __m128 nx = v4::Set1(axis.nx), ny = v4::Set1(axis.ny);
     Fill(dst, step, region, [&](__m128 px, __m128 py) {
-        const __m128 along = _mm_add_ps(_mm_add_ps(_mm_mul_ps(px, v4::Set1(axis.nx)), cc), _mm_mul_ps(py, v4::Set1(axis.ny)));
+        const __m128 along = _mm_add_ps(_mm_add_ps(_mm_mul_ps(px, nx), cc), _mm_mul_ps(py, ny));
         const __m128 v = Clamp01(_mm_mul_ps(along, inv_length));
         const __m128 high = _mm_add_ps(_mm_mul_ps(_mm_sub_ps(v, mm), above), half);
         return Finish<Invert>(v4::Select(_mm_mul_ps(v, below), high, _mm_cmpge_ps(v, mm)));
@@ -109,10 +143,10 @@ void Reflected(float* dst, int32_t step, const int32_t* region, const float* a, 
     const Axis axis(a, b);
     const float m = ClampParameter(midpoint);
     const float pvx = a[0] + m * axis.dx, pvy = a[1] + m * axis.dy;
-    const float offset = axis.nx * pvx + axis.ny * pvy;
+    const Projection along(axis, axis.nx * pvx + axis.ny * pvy);
     const __m128 before = v4::Set1(-1.0f / (axis.length * m)), after = v4::Set1(1.0f / ((1.0f - m) * axis.length));
     Fill(dst, step, region, [&](__m128 px, __m128 py) {
-        const __m128 t = axis.Along(px, py, offset);
+        const __m128 t = along(px, py);
         const __m128 fall = Clamp01(v4::Select(_mm_mul_ps(t, after), _mm_mul_ps(t, before), _mm_cmplt_ps(t, v4::Zero())));
         return Invert ? fall : OneMinus(fall);
     });

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <vector>
 
+#include "cli.h"
+#include "guided.h"
 #include "road.h"
 #include "velmora/imaging.h"
 #include "working_image.h"
@@ -92,41 +94,24 @@ void Linearize(const Image& in, FloatImage& work, std::vector<float>& alpha) {
 
 // The base luminance: the pixels' ProPhoto luminance smoothed without crossing edges, so that
 // clarity, shadows and highlights treat a large area as one tone and stop at its edge instead of
-// spilling across it as a dark or bright halo. A guided filter with the image as its own guide,
-// built from the library's box means: in each (2r+1)-square window the output follows the local
-// linear fit a I + b, where a tends to 1 where the window's variance is well above eps (an edge
-// or texture worth keeping) and to 0 where it is below (smoothed to the local mean). It works on
-// the square root of luminance so that one eps suits shadows and highlights alike; the radius is
-// 2 % of the shorter side.
+// spilling across it as a dark or bright halo. A guided filter with the luminance as its own
+// guide: where a window's variance is well above eps (an edge or texture worth keeping) the
+// base follows the pixels, where it is below the base is the local mean. It works on the square
+// root of luminance so that one eps suits shadows and highlights alike; the radius is 2 % of the
+// shorter side.
 void BaseLuminance(FloatImage& work) {
     const int w = work.width, h = work.height;
-    const int radius = std::max(1, std::min(w, h) / 50);
-    constexpr float kEps = 0.0025f;  // variance on the square-root scale: steps of about 0.05
-    const size_t n = size_t(w) * h;
-    std::vector<float> guide(n), mean(n), mean_sq(n), a(n), b(n), tmp(n);
-    const ImageSize roi{w, h};
-    const int32_t step = w * 4, tmp_step = h * 4;
-    auto box = [&](const std::vector<float>& in, std::vector<float>& out) {
-        XMImageBoxFilter_Gray32F_SSE2(in.data(), step, out.data(), step, tmp.data(), tmp_step, &roi, radius);
-    };
+    std::vector<float> root(size_t(w) * h);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
             const float* px = work.Row(y) + 4 * x;
-            guide[size_t(y) * w + x] = std::sqrt(std::max(kLumR * px[0] + kLumG * px[1] + kLumB * px[2], 0.0f));
+            root[size_t(y) * w + x] = std::sqrt(std::max(kLumR * px[0] + kLumG * px[1] + kLumB * px[2], 0.0f));
         }
-    box(guide, mean);
-    XMImageComputeMeanII_Gray32Float(guide.data(), step, mean_sq.data(), step, tmp.data(), tmp_step, &roi, radius);
-    for (size_t i = 0; i < n; ++i) {
-        const float var = std::max(mean_sq[i] - mean[i] * mean[i], 0.0f);
-        a[i] = var / (var + kEps);
-        b[i] = mean[i] - a[i] * mean[i];
-    }
-    box(a, mean);
-    box(b, mean_sq);
+    constexpr float kEps = 0.0025f;  // variance on the square-root scale: steps of about 0.05
+    const std::vector<float> base = GuidedFilter(root, root, w, h, std::max(1, std::min(w, h) / 50), kEps);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
-            const size_t i = size_t(y) * w + x;
-            const float q = mean[i] * guide[i] + mean_sq[i];
+            const float q = base[size_t(y) * w + x];
             work.Row(y)[4 * x + 3] = q * q;
         }
 }
@@ -171,6 +156,66 @@ void RestoreAlpha(FloatImage& work, const std::vector<float>& alpha) {
         for (int x = 0; x < work.width; ++x) work.Row(y)[4 * x + 3] = alpha[size_t(y) * work.width + x];
 }
 
+// The mask of a gradient, packed width x height, from the library's gradient kernels (which
+// write whole groups of four, hence the padded rows first).
+std::vector<float> GradientMask(const GradientSpec& g, int w, int h) {
+    const int32_t padded = (w + 3) / 4 * 4;
+    std::vector<float> rows(size_t(padded) * h), mask(size_t(w) * h);
+    const int32_t region[4] = {0, 0, w, h};
+    if (g.kind == GradientSpec::Linear) {
+        const float a[2] = {g.v[0] * w, g.v[1] * h}, b[2] = {g.v[2] * w, g.v[3] * h};
+        ImageLinearGradient_Gray32F_SSE2_X4Y1(rows.data(), padded * 4, region, a, b, 0.5f, false);
+    } else {
+        const float centre[2] = {g.v[0] * w, g.v[1] * h}, radii[2] = {g.v[2] * w, g.v[3] * h};
+        const int32_t selector = g.kind == GradientSpec::Vignette ? 5 : 1;  // smoothstep, outside or inside
+        ImageRadialGradient_Gray32F_SSE2_X4Y1(rows.data(), padded * 4, region, centre, radii, 0.0f, g.v[4], 0.0f, false,
+                                              selector);
+    }
+    for (int y = 0; y < h; ++y) std::copy_n(rows.data() + size_t(y) * padded, w, mask.data() + size_t(y) * w);
+    return mask;
+}
+
+}  // namespace
+
+GradientSpec ParseGradient(const std::string& text) {
+    GradientSpec g;
+    const std::string kind = text.substr(0, text.find(':'));
+    const std::string params = text.find(':') == std::string::npos ? "" : text.substr(text.find(':') + 1);
+    size_t count = 0;
+    if (kind == "linear") g.kind = GradientSpec::Linear, count = 4, g.v[0] = 0.5f, g.v[1] = 0.65f, g.v[2] = 0.5f, g.v[3] = 0.15f;
+    else if (kind == "radial" || kind == "vignette")
+        g.kind = kind == "radial" ? GradientSpec::Radial : GradientSpec::Vignette, count = 5, g.v[0] = 0.5f, g.v[1] = 0.5f,
+        g.v[2] = 0.4f, g.v[3] = 0.4f, g.v[4] = 0.6f;
+    else throw UsageError("--gradient takes linear, radial or vignette, not '" + kind + "'");
+    size_t given = 0;
+    for (size_t pos = 0; !params.empty() && pos <= params.size(); ++given) {
+        const size_t comma = std::min(params.find(',', pos), params.size());
+        if (given >= count) throw UsageError("--gradient " + kind + " takes at most " + std::to_string(count) + " numbers");
+        try {
+            size_t used = 0;
+            g.v[given] = std::stof(params.substr(pos, comma - pos), &used);
+            if (used != comma - pos) throw std::invalid_argument("trailing");
+        } catch (const std::exception&) {
+            throw UsageError("--gradient: '" + params.substr(pos, comma - pos) + "' is not a number");
+        }
+        pos = comma + 1;
+    }
+    if (kind == "linear" && given != 0 && given != 4) throw UsageError("--gradient linear takes x0,y0,x1,y1");
+    if (kind != "linear" && given != 0 && given < 4) throw UsageError("--gradient " + kind + " takes cx,cy,rx,ry[,feather]");
+    if (kind != "linear" && (g.v[2] <= 0 || g.v[3] <= 0)) throw UsageError("--gradient radii must be positive");
+    return g;
+}
+
+namespace {
+
+// Amount times mask, or nothing without a mask.
+std::vector<float> Scaled(const std::vector<float>& mask, float amount) {
+    std::vector<float> map;
+    if (!mask.empty() && amount != 0.0f)
+        for (float m : mask) map.push_back(amount * m);
+    return map;
+}
+
 }  // namespace
 
 Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
@@ -181,9 +226,22 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     Stage(in.bits == 8 ? "Bgra32 -> linear ProPhoto" : "Rgba64 -> linear ProPhoto", pixels,
           [&] { Linearize(in, work, alpha); });
     Stage("base luminance: guided filter", pixels, [&] { BaseLuminance(work); });
-    const DevelopParameter p[7] = {{amounts.exposure, nullptr}, {amounts.brightness, nullptr},
+    // Through a gradient, each adjustment's amount becomes a local map (amount x mask) over a
+    // global amount of 0. Shadows and highlights have no per-pixel form in the pass: they stay
+    // global.
+    std::vector<float> mask;
+    if (amounts.gradient.kind != GradientSpec::None)
+        Stage("gradient mask", pixels, [&] { mask = GradientMask(amounts.gradient, in.width, in.height); });
+    const std::vector<float> maps[5] = {Scaled(mask, amounts.exposure), Scaled(mask, amounts.brightness),
+                                        Scaled(mask, amounts.contrast), Scaled(mask, amounts.clarity),
+                                        Scaled(mask, amounts.saturation)};
+    auto param = [&](float amount, int map) {
+        return mask.empty() ? DevelopParameter{amount, nullptr}
+                            : DevelopParameter{0.0f, maps[map].empty() ? nullptr : maps[map].data()};
+    };
+    const DevelopParameter p[7] = {param(amounts.exposure, 0), param(amounts.brightness, 1),
                                    {amounts.shadows, nullptr},  {amounts.highlights, nullptr},
-                                   {amounts.contrast, nullptr}, {amounts.clarity, nullptr},
+                                   param(amounts.contrast, 2), param(amounts.clarity, 3),
                                    {0.0f, nullptr}};
     Stage("develop pass", pixels, [&] {
         ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(work.data.get(), work.step, &roi, &p[0], &p[1], &p[2], &p[3], &p[4], &p[5],
@@ -194,8 +252,12 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     // they reach the gamut clip below intact.
     if (amounts.saturation != 0.0f)
         Stage("saturation", pixels, [&] {
-            ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, amounts.saturation, 0.0f,
-                                                nullptr, 0);
+            if (mask.empty())
+                ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, amounts.saturation,
+                                                    0.0f, nullptr, 0);
+            else
+                ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, 0.0f, 0.0f,
+                                                    maps[4].data(), in.width * 4);
         });
     Stage("ProPhoto -> sRGB primaries (tool)", pixels, [&] { ToSrgbPrimaries(work); });
     Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });

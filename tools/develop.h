@@ -4,13 +4,27 @@
 // library exports them.
 #pragma once
 
+#include <string>
+
 #include "image_io.h"
 
 namespace velmora::tool {
 
 // The seven amounts of the develop pass: exposure in stops, the others nominally in [-1, 1].
+// Where the adjustments apply: everywhere, or through a gradient mask (0..1). Positions and
+// radii are fractions of the picture's width and height.
+struct GradientSpec {
+    enum Kind { None, Linear, Radial, Vignette } kind = None;
+    float v[5] = {};  // linear: x0, y0 (mask 0), x1, y1 (mask 1); radial, vignette: cx, cy, rx, ry, feather
+};
+
+// "linear[:x0,y0,x1,y1]", "radial[:cx,cy,rx,ry[,feather]]" or "vignette[:...]" (as radial, the
+// outside selected); throws UsageError otherwise.
+GradientSpec ParseGradient(const std::string& text);
+
 struct DevelopAmounts {
     float exposure = 0, brightness = 0, shadows = 0, highlights = 0, contrast = 0, clarity = 0, saturation = 0;
+    GradientSpec gradient;
 };
 
 Image DevelopImage(const Image& in, const DevelopAmounts& amounts);

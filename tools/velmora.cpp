@@ -8,6 +8,7 @@
 
 #include "blur.h"
 #include "cli.h"
+#include "dehaze.h"
 #include "develop.h"
 #include "image_io.h"
 #include "road.h"
@@ -84,6 +85,7 @@ int Develop(Args& args) {
                    {"--saturation", &a.saturation, -1, 1}};
     for (const auto& o : amounts)
         if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
+    if (const std::optional<std::string> g = args.Take("--gradient")) a.gradient = ParseGradient(*g);
     return ForEachPicture(args, "develop", [&](const Image& in) {
         PrintAmounts(a);
         return DevelopImage(in, a);
@@ -102,6 +104,17 @@ int Blur(Args& args) {
     return ForEachPicture(args, "blur", [&](const Image& in) { return BlurImage(in, static_cast<int>(*radius), kind); });
 }
 
+int Dehaze(Args& args) {
+    DehazeSettings s;
+    if (const std::optional<float> v = args.TakeNumber("--strength", 0, 1)) s.strength = *v;
+    if (const std::optional<float> v = args.TakeNumber("--radius", 1, 200)) {
+        if (*v != static_cast<float>(static_cast<int>(*v))) throw UsageError("--radius takes whole pixels");
+        s.radius = static_cast<int>(*v);
+    }
+    if (const std::optional<float> v = args.TakeNumber("--t0", 0.01f, 1)) s.t0 = *v;
+    return ForEachPicture(args, "dehaze", [&](const Image& in) { return DehazeImage(in, s); });
+}
+
 int Demo(Args& args) {
     if (args.TakeFlag("--quiet")) Report() = nullptr;
     args.NoneLeft();
@@ -117,7 +130,7 @@ int Demo(Args& args) {
     WriteImage(out, round);
     Wrote(out, round, 0);
     // A moderate edit: a little brighter, open shadows, held highlights, more local contrast.
-    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f};
+    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, {}};
     if (Report()) std::fprintf(Report(), "develop road:\n");
     PrintAmounts(edit);
     const Image edited = DevelopImage(*scene, edit);
@@ -141,13 +154,18 @@ const Command kCommands[] = {
      true, Convert},
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
-     "                 [--contrast A] [--clarity A] [--saturation A]",
+     "                 [--contrast A] [--clarity A] [--saturation A] [--gradient SPEC]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
      "all default to 0. The base luminance is an edge-preserving (guided) smoothing built from the\n"
      "library's gray box means, so clarity and shadows do not halo at edges. The ProPhoto-to-sRGB\n"
-     "matrix and a hue-preserving clip into the sRGB gamut are the tool's own.\n",
+     "matrix and a hue-preserving clip into the sRGB gamut are the tool's own.\n"
+     "--gradient applies exposure, brightness, contrast, clarity and saturation through a mask\n"
+     "(shadows and highlights stay global); positions and radii are fractions of width and height:\n"
+     "  linear[:x0,y0,x1,y1]          0 at (x0,y0) rising to 1 at (x1,y1); default 0.5,0.65,0.5,0.15\n"
+     "  radial[:cx,cy,rx,ry,feather]  1 inside an ellipse, smooth fall over the feather (0..1)\n"
+     "  vignette[:cx,cy,rx,ry,feather]  the outside of that ellipse; default 0.5,0.5,0.4,0.4,0.6\n",
      true, Develop},
     {"blur", "blur IN OUT --radius R [--kind box|gaussian]",
      "Blurs the picture in linear light: sRGB codes decoded, blurred, encoded again, alpha blurred\n"
@@ -155,6 +173,13 @@ const Command kCommands[] = {
      "sigma sqrt(R(R+1)); box is one box mean of (2R+1) x (2R+1) pixels. R from 0 to 500. The\n"
      "picture's edge pixels are repeated outward for the pixels the blur reads beyond it.\n",
      true, Blur},
+    {"dehaze", "dehaze IN OUT [--strength S] [--radius R] [--t0 T]",
+     "Removes haze by the dark-channel prior: the dark channel of the picture (minimum of R, G, B over\n"
+     "a square of radius R, default 1.2 % of the shorter side), the airlight from its brightest tenth,\n"
+     "the transmission 1 - S x dark / airlight (S from 0 to 1, default 0.95), snapped to the picture's\n"
+     "edges by a guided filter, then each pixel recovered as (I - A) / max(t, T) + A (T from 0.01 to\n"
+     "1, default 0.1: higher keeps dense haze and noise calmer).\n",
+     true, Dehaze},
     {"demo", "demo [OUT] [--quiet]",
      "Renders the built-in test scene, runs the convert road on it and writes OUT (default\n"
      "velmora-demo.png), then the develop road with a moderate edit, writing OUT's name with\n"

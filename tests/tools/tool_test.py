@@ -129,6 +129,25 @@ if not jumps(decode_png("soft.png")[3]) < jumps(checker) / 20:
 for bad in (("--radius", "-1"), ("--radius", "2.5"), ("--radius", "2", "--kind", "median"), ()):
     run("blur", "rgb.png", "bad.png", *bad, ok=False)
 
+# Dehaze: a ramp veiled toward light grey (thicker at the top) gets its contrast back; the
+# veil's own grey stays put. Bad settings are usage errors.
+veiled = [bytes(int(v * t + 220 * (1 - t)) for v in r) for r, t in zip(rgb, (0.3 + 0.7 * y / (H - 1) for y in range(H)))]
+open(path("veiled.png"), "wb").write(png(W, H, 2, veiled))
+run("dehaze", "veiled.png", "clear.png", "--radius", "2")
+spread = lambda rows: max(rows[1]) - min(rows[1])
+if not spread(decode_png("clear.png")[3]) > spread(veiled) * 1.5:
+    failures.append(f"dehaze did not restore contrast: {spread(veiled)} -> {spread(decode_png('clear.png')[3])}")
+for bad in (("--strength", "2"), ("--radius", "0"), ("--t0", "0")):
+    run("dehaze", "veiled.png", "bad.png", *bad, ok=False)
+
+# A gradient applies the edit through its mask: -3 EV at the top of a flat grey, none at the bottom.
+run("develop", "flat.png", "graded.png", "--exposure", "-3", "--gradient", "linear:0.5,1,0.5,0")
+graded = decode_png("graded.png")[3]
+if not graded[0][0] < graded[H // 2][0] < graded[H - 1][0] or abs(graded[H - 1][0] - 90) > 12:
+    failures.append(f"a linear gradient did not grade the edit: {[r[0] for r in graded]}")
+for bad in ("spiral", "linear:1,2", "radial:a", "radial:0.5,0.5,0,0.3"):
+    run("develop", "flat.png", "bad.png", "--gradient", bad, ok=False)
+
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
 run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")

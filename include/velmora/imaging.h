@@ -587,6 +587,55 @@ VELMORA_API void VELMORA_CALL ImageFastGaussianBlur_Gray8(uint8_t* image, int32_
                                                           int32_t radius);
 
 
+/* ---- Filter: pyramids and the local Laplacian filter ---------------------- */
+/* None checks anything or returns a status; any alignment unless said. A level below a w x h
+   level is (w+1)/2 x (h+1)/2. */
+
+/* dst(x, y) = src(2x, 2y), 16-byte pixels copied unchanged, for x < (w+1)/2, y < (h+1)/2 (roi is
+   the source size). No filtering. Exactly the source and destination pixels named. */
+VELMORA_API void VELMORA_CALL XMImageDown_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                        const ImageSize* roi);
+/* The same for gray floats. */
+VELMORA_API void VELMORA_CALL XMImageDown_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                       const ImageSize* roi);
+/* Builds a 1 4 6 4 1 / 16 kernel and a scratch plane and releases them UNUSED: the result is
+   XMImageDown_Rgba128F_SSE2 on the gray buffers, i.e. 16-byte groups taken every 32 bytes.
+   OVERRUN: each source row is read up to byte 32 ((w+1)/2 - 1) + 16 and each destination row
+   written over 16 ((w+1)/2) bytes (about four times a gray row). margins (packed) is unused. */
+VELMORA_API void VELMORA_CALL XMImagePyramidDown_Gauss5x5_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                       int32_t dstStep, const ImageSize* roi,
+                                                                       uint32_t margins);
+VELMORA_API void VELMORA_CALL ImagePyramidDown_Gauss5x5_Gray32F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                     int32_t dstStep, const ImageSize* roi,
+                                                                     uint32_t margins);
+/* Blurs the source (1 4 6 4 1 / 16, clipping within the packed margins, which are read) into a
+   scratch plane that is then released UNREAD; the result is XMImageDown_Rgba128F_SSE2 of the
+   source: a 2:1 decimation, despite the name. */
+VELMORA_API void VELMORA_CALL XMImagePyramidUp_Gauss5x5_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                      int32_t dstStep, const ImageSize* roi,
+                                                                      uint32_t margins);
+VELMORA_API void VELMORA_CALL ImagePyramidUp_Gauss5x5_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                                    int32_t dstStep, const ImageSize* roi,
+                                                                    uint32_t margins);
+/* A copy of the source blurred with 1 4 6 4 1 (ImageConvolveTranspose_Bgra32 across and back,
+   last = 1), resampled to dstSize by ImageResize_Bgra32 (so dst must satisfy its checks, or
+   nothing is written). The source is not changed. */
+VELMORA_API void VELMORA_CALL ImagePyrDown_Bgra32(const uint8_t* src, int32_t srcStep, const ImageSize* srcSize,
+                                                  uint8_t* dst, int32_t dstStep, const ImageSize* dstSize);
+/* ImageResize_Bgra32 from src to dst, then ImageGaussian5x5_Bgra32 on dst in place. */
+VELMORA_API void VELMORA_CALL ImagePyrUp_Bgra32(const uint8_t* src, int32_t srcStep, const ImageSize* srcSize,
+                                                uint8_t* dst, int32_t dstStep, const ImageSize* dstSize);
+/* Local Laplacian filter, in place on linear ProPhoto RGBA floats: alpha > 0 raises local
+   contrast, < 0 smooths it, edges kept. L = sqrt(0.28804 R + 0.711874 G + 0.000086 B); eight
+   remapped versions r_k = L + alpha d 2^(-20 d^2), d = L - k/7; the output pyramid takes at each
+   level and pixel the Laplacian coefficients of the versions bracketing the local luminance,
+   interpolated (samples: 2..8 read, pass 8); collapsed to L'; R, G, B times (L'/L)^2, then < 0 ->
+   0, else min(v, 1) (NaN -> 1); alpha = 1. levels: maximum pyramid levels (0: all). Reduce and
+   expand use 1 4 6 4 1 / 16, renormalised at the edges. Exactly the region; single-threaded;
+   scratch up to about 60 bytes a pixel, released before return. */
+VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, int32_t step, const ImageSize* roi, float alpha,
+                                                      int32_t levels, int32_t samples);
+
 /* ---- Retouch --------------------------------------------------------------- */
 
 /* ---- Retouch: dehaze (dark-channel prior) -------------------------------- */
@@ -679,6 +728,19 @@ VELMORA_API void VELMORA_CALL ImageRadialGradient_Gray32F_SSE2_X4Y1(float* dst, 
 
 
 /* ---- Resample and statistics ---------------------------------------------- */
+
+/* Resizes 8-bit four-channel pixels (all four alike) from srcSize to dstSize: per axis, area
+   averaging when it shrinks, Keys cubic (a = -0.5, Catmull-Rom) when it grows, identity when equal;
+   pixel centres aligned (no shift), edge pixels repeated; rounded half up and clamped. An exact
+   2:1 shrink gives (sum of the 2 x 2 block + 2) / 4. Validating: src and dst 16-byte aligned,
+   steps multiples of 16, else StatusInvalidParameter (87) and nothing written. Exactly the regions. */
+VELMORA_API StatusCode VELMORA_CALL ImageResize_Bgra32(const uint8_t* src, int32_t srcStep, const ImageSize* srcSize,
+                                                       uint8_t* dst, int32_t dstStep, const ImageSize* dstSize);
+/* Halves a four-byte-pixel image to (w+1)/2 x (h+1)/2: each output = (sum + n/2) / n over the n
+   pixels of its 2 x 2 block inside the source, all four bytes alike. No checks; any alignment;
+   exactly the regions. */
+VELMORA_API void VELMORA_CALL ImageDownScale_Bgr32(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                                   const ImageSize* srcSize);
 
 
 #ifdef __cplusplus

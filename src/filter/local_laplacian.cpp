@@ -1,0 +1,221 @@
+// The local Laplacian filter: raises (alpha > 0) or smooths (alpha < 0) local contrast while
+// keeping edges. The luminance sqrt(Y) is remapped around eight intensity samples g_k = k/7
+// (r_k = L + alpha d 2^(-20 d^2), d = L - g_k); each level of the output Laplacian pyramid takes,
+// pixel by pixel, the coefficient of the two remapped versions that bracket the local luminance,
+// interpolated linearly; the collapsed result L' is applied back to the colour as the ratio of
+// linear luminances (L'/L)^2, clamped to 0..1, alpha set to 1.
+//
+// Reduce and expand both use 1 4 6 4 1 / 16 (expand: 1 6 1 / 8 on even, 4 4 / 8 on odd
+// positions), with taps beyond a level's edge dropped and the used weights renormalised. The
+// coarsest output level interpolates the remapped versions' coarsest Gaussian level.
+//
+// Memory: the remapped pyramid is allocated whole (untouched pages cost nothing), but each
+// level is released as soon as the output level above it is made, and the output pyramid is
+// written over the luminance pyramid, which is not read again. Large planes come from the
+// huge-page scratch path. In place, exactly the region; single-threaded.
+#include <algorithm>
+#include <cmath>
+
+#include "core/frame.h"
+#include "core/pyramid.h"
+#include "core/scratch.h"
+#include "core/vec4.h"
+#include "core/xmmath.h"
+
+namespace velmora::filter {
+namespace {
+
+constexpr float kReduce[5] = {0.0625f, 0.25f, 0.375f, 0.25f, 0.0625f};
+constexpr float kLumR = 0.28804f, kLumG = 0.711874f, kLumB = 0.000086f;
+
+// A float plane of C-float pixels, rows `stride` floats apart, for the passes' intermediates.
+struct Plane {
+    int32_t w, h, c;
+    size_t stride, bytes;
+    float* data;
+    Plane(int32_t w_, int32_t h_, int32_t c_)
+        : w(w_), h(h_), c(c_), stride((static_cast<size_t>(w_) * c_ + 3) / 4 * 4),
+          bytes(sizeof(float) * stride * std::max(h_, 1)), data(static_cast<float*>(scratch::Allocate(bytes))) {}
+    ~Plane() { scratch::Free(data, bytes); }
+    Plane(const Plane&) = delete;
+    Plane& operator=(const Plane&) = delete;
+    float* Row(int32_t y) const { return data + stride * static_cast<size_t>(y); }
+};
+
+// A level's view: rows of C-float pixels `step` bytes apart.
+struct View {
+    float* data;
+    int32_t step, w, h;
+    float* Row(int32_t y) const { return frame::Row(data, step, y); }
+};
+
+template <class T>
+View ViewOf(const XMImage<T>& img) {
+    return {reinterpret_cast<float*>(img.Origin()), img.Pitch(), img.Width(), img.Height()};
+}
+
+// out = sum of taps[t] * rows[t] over n floats, divided by the weights' sum when it is not 1.
+void Combine(const float* const* rows, const float* taps, int count, size_t n, float* out) {
+    float wsum = 0;
+    for (int t = 0; t < count; ++t) wsum += taps[t];
+    for (size_t i = 0; i < n; ++i) {
+        float acc = rows[0][i] * taps[0];
+        for (int t = 1; t < count; ++t) acc += rows[t][i] * taps[t];
+        out[i] = wsum == 1.0f ? acc : acc / wsum;
+    }
+}
+
+// The taps of output position o of a reduce (centre 2o) or an expand (from coarse positions
+// around o/2), clipped to 0 .. n_in-1: source indices and weights.
+int ReduceTaps(int32_t o, int32_t n_in, int32_t* index, float* weight) {
+    int count = 0;
+    for (int d = -2; d <= 2; ++d)
+        if (2 * o + d >= 0 && 2 * o + d < n_in) index[count] = 2 * o + d, weight[count++] = kReduce[d + 2];
+    return count;
+}
+int ExpandTaps(int32_t o, int32_t n_in, int32_t* index, float* weight) {
+    int count = 0;
+    auto add = [&](int32_t j, float w) {
+        if (j >= 0 && j < n_in) index[count] = j, weight[count++] = w;
+    };
+    if (o % 2 == 0) add(o / 2 - 1, 0.125f), add(o / 2, 0.75f), add(o / 2 + 1, 0.125f);
+    else add(o / 2, 0.5f), add(o / 2 + 1, 0.5f);
+    return count;
+}
+
+using TapsFn = int (*)(int32_t, int32_t, int32_t*, float*);
+
+// One separable resampling (reduce or expand) of `src` into the out_w x out_h result, delivered
+// row by row to sink(y, row). Across first into a plane of out_w columns, then down.
+template <int C, class Sink>
+void Resample(const View& src, int32_t out_w, int32_t out_h, TapsFn taps_fn, Sink&& sink) {
+    Plane across(out_w, src.h, C);
+    int32_t index[5];
+    float weight[5];
+    for (int32_t y = 0; y < src.h; ++y) {
+        const float* in = src.Row(y);
+        float* out = across.Row(y);
+        for (int32_t x = 0; x < out_w; ++x) {
+            const int count = taps_fn(x, src.w, index, weight);
+            const float* rows[5] = {};
+            for (int t = 0; t < count; ++t) rows[t] = in + static_cast<size_t>(index[t]) * C;
+            Combine(rows, weight, count, C, out + static_cast<size_t>(x) * C);
+        }
+    }
+    Plane row(out_w, 1, C);
+    for (int32_t y = 0; y < out_h; ++y) {
+        const int count = taps_fn(y, src.h, index, weight);
+        const float* rows[5] = {};
+        for (int t = 0; t < count; ++t) rows[t] = across.Row(index[t]);
+        Combine(rows, weight, count, static_cast<size_t>(out_w) * C, row.data);
+        sink(y, static_cast<const float*>(row.data));
+    }
+}
+
+template <int C>
+void Reduce(const View& src, const View& dst) {
+    Resample<C>(src, dst.w, dst.h, ReduceTaps, [&](int32_t y, const float* row) {
+        std::copy_n(row, static_cast<size_t>(dst.w) * C, dst.Row(y));
+    });
+}
+
+// Linear interpolation between the coefficients of the two remapped versions that bracket the
+// luminance g: t = g (samples - 1), i = min(trunc t, samples - 2), c_i + (c_i+1 - c_i)(t - i).
+float Interpolate(const float* c, float g, int32_t samples) {
+    const float t = g * static_cast<float>(samples - 1);
+    const int32_t i = std::min(static_cast<int32_t>(t), samples - 2);
+    const float f = t - static_cast<float>(i);
+    return c[i] + (c[i + 1] - c[i]) * f;
+}
+
+float Luminance(const float* px) { return std::sqrt(kLumR * px[0] + kLumG * px[1] + kLumB * px[2] + 0.0f * px[3]); }
+
+// The eight remapped luminances of every pixel (four samples a vector), and L itself.
+void Remap(const float* image, int32_t step, const View& lum, const View& remapped, float alpha) {
+    const __m128 g_lo = _mm_setr_ps(0.0f, 0.14285715f, 0.2857143f, 0.42857143f);
+    const __m128 g_hi = _mm_setr_ps(0.5714286f, 0.71428573f, 0.85714287f, 1.0f);
+    const __m128 a = v4::Set1(alpha), k = v4::Set1(-20.0f);
+    for (int32_t y = 0; y < lum.h; ++y) {
+        const float* px = frame::Row(image, step, y);
+        float* l = lum.Row(y);
+        float* r = remapped.Row(y);
+        for (int32_t x = 0; x < lum.w; ++x) {
+            const float value = Luminance(px + 4 * x);
+            l[x] = value;
+            const __m128 L = v4::Set1(value);
+            for (int half = 0; half < 2; ++half) {
+                const __m128 d = _mm_sub_ps(L, half ? g_hi : g_lo);
+                const __m128 w = XMVectorExp2(_mm_mul_ps(_mm_mul_ps(d, d), k));
+                v4::Store(r + 8 * x + 4 * half, _mm_add_ps(L, _mm_mul_ps(_mm_mul_ps(a, d), w)));
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace velmora::filter
+
+namespace filter = velmora::filter;
+using velmora::ImagePyramid;
+using velmora::XMFLOAT8;
+
+extern "C" VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                                 float alpha, int32_t levels, int32_t samples) {
+    using filter::View;
+    const int32_t w = roi->width, h = roi->height;
+    if (w <= 0 || h <= 0) return;
+    samples = std::clamp(samples, 2, 8);  // eight versions exist to be read
+    ImagePyramid<float> lum(w, h, levels, 128, 32);
+    ImagePyramid<XMFLOAT8> remapped(w, h, levels, 4, 1);
+    const int32_t n = lum.Count();
+    filter::Remap(image, step, filter::ViewOf(*lum.Level(0)), filter::ViewOf(*remapped.Level(0)), alpha);
+    for (int32_t i = 1; i < n; ++i) filter::Reduce<1>(filter::ViewOf(*lum.Level(i - 1)), filter::ViewOf(*lum.Level(i)));
+    // Output level i = interpolated Laplacian coefficients G_i - expand(G_i+1) of the remapped
+    // versions, written over luminance level i once that row's luminance has been read.
+    for (int32_t i = 0; i + 1 < n; ++i) {
+        const View g = filter::ViewOf(*remapped.Level(i)), coarse = filter::ViewOf(*remapped.Level(i + 1));
+        const View l = filter::ViewOf(*lum.Level(i));
+        filter::Reduce<8>(g, coarse);
+        filter::Resample<8>(coarse, g.w, g.h, filter::ExpandTaps, [&](int32_t y, const float* expanded) {
+            const float* gy = g.Row(y);
+            float* ly = l.Row(y);
+            for (int32_t x = 0; x < g.w; ++x) {
+                float c[8];
+                for (int k = 0; k < 8; ++k) c[k] = gy[8 * x + k] - expanded[8 * x + k];
+                ly[x] = filter::Interpolate(c, ly[x], samples);
+            }
+        });
+        remapped.Release(i);
+    }
+    {  // the coarsest level interpolates the Gaussian level itself
+        const View g = filter::ViewOf(*remapped.Level(n - 1)), l = filter::ViewOf(*lum.Level(n - 1));
+        for (int32_t y = 0; y < g.h; ++y)
+            for (int32_t x = 0; x < g.w; ++x) l.Row(y)[x] = filter::Interpolate(g.Row(y) + 8 * x, l.Row(y)[x], samples);
+        remapped.Release(n - 1);
+    }
+    // Collapse: each level adds the expansion of the coarser collapsed one.
+    for (int32_t i = n - 2; i >= 0; --i) {
+        const View fine = filter::ViewOf(*lum.Level(i));
+        filter::Resample<1>(filter::ViewOf(*lum.Level(i + 1)), fine.w, fine.h, filter::ExpandTaps,
+                            [&](int32_t y, const float* expanded) {
+                                float* row = fine.Row(y);
+                                for (int32_t x = 0; x < fine.w; ++x) row[x] += expanded[x];
+                            });
+    }
+    // Ratio of the linear luminances onto R, G and B; 0 > v gives 0, else min(v, 1), which also
+    // turns NaN into 1; alpha 1.
+    const View out = filter::ViewOf(*lum.Level(0));
+    const __m128 one = velmora::v4::Set1(1.0f), zero = velmora::v4::Zero();
+    const __m128 alpha_lane = _mm_castsi128_ps(_mm_setr_epi32(0, 0, 0, -1));
+    for (int32_t y = 0; y < h; ++y) {
+        float* px = velmora::frame::Row(image, step, y);
+        const float* lp = out.Row(y);
+        for (int32_t x = 0; x < w; ++x, px += 4) {
+            const float L = filter::Luminance(px);
+            const float s = (lp[x] * lp[x]) / (L * L);
+            const __m128 v = _mm_mul_ps(velmora::v4::Load(px), velmora::v4::Set1(s));
+            const __m128 clamped = velmora::v4::Select(_mm_min_ps(v, one), zero, _mm_cmpgt_ps(zero, v));
+            velmora::v4::Store(px, velmora::v4::Select(clamped, one, alpha_lane));
+        }
+    }
+}

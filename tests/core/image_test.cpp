@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "core/image.h"
+#include "core/pyramid.h"
 
 namespace {
 
@@ -72,6 +73,32 @@ TEST(XMImageLayout, SharedOwnershipReleasesWithTheLastOwner) {
         EXPECT_FALSE(weak.expired());
     }
     EXPECT_TRUE(weak.expired());
+}
+
+// Large planes take the huge-page path and must still come zeroed and aligned.
+TEST(XMImageLayout, LargePlanesAreZeroedAndAligned) {
+    auto im = XMImage<XMFLOAT4A>::Create(700, 300);  // 3.4 MB
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(im->Base()) % (2u << 20), 0u);
+    for (int32_t i = 0; i < im->Size(); i += 4093) ASSERT_EQ(im->Base()[i], 0) << i;
+    im->Base()[im->Size() - 1] = 1;  // the whole size is writable
+}
+
+TEST(ImagePyramidLevels, CountsSizesCapAndOwnership) {
+    EXPECT_EQ(velmora::PyramidLevelCount(1, 1, 0), 1);
+    EXPECT_EQ(velmora::PyramidLevelCount(2, 2, 0), 2);
+    EXPECT_EQ(velmora::PyramidLevelCount(640, 480, 0), 11);
+    EXPECT_EQ(velmora::PyramidLevelCount(1, 9, 0), 5);
+    velmora::ImagePyramid<float> p(5, 3, 0, 1, 1);
+    ASSERT_EQ(p.Count(), 4);
+    const int32_t sizes[4][2] = {{5, 3}, {3, 2}, {2, 1}, {1, 1}};
+    for (int i = 0; i < 4; ++i) EXPECT_EQ((std::pair{p.Level(i)->Width(), p.Level(i)->Height()}), (std::pair{sizes[i][0], sizes[i][1]}));
+    EXPECT_EQ((velmora::ImagePyramid<XMFLOAT8>(5, 3, 2, 4, 1).Count()), 2);
+    std::shared_ptr<XMImage<XMBYTE4>> kept;
+    {
+        velmora::ImagePyramid<XMBYTE4> q(9, 9, 0, 1, 1);
+        kept = q.Level(1);
+    }
+    EXPECT_EQ(kept.use_count(), 1);  // the level outlived its pyramid
 }
 
 }  // namespace

@@ -52,7 +52,14 @@ public:
         }
         std::memset(lo_, kPoison, hi_ - lo_);
     }
-    ~GuardedPlane() { munmap(map_, map_bytes_); }
+    ~GuardedPlane() {
+        if (map_) munmap(map_, map_bytes_);
+    }
+    GuardedPlane(GuardedPlane&& o) noexcept
+        : row_bytes_(o.row_bytes_), height_(o.height_), step_(o.step_), extent_(o.extent_), page_(o.page_),
+          map_bytes_(o.map_bytes_), map_(o.map_), lo_(o.lo_), hi_(o.hi_), first_(o.first_) {
+        o.map_ = nullptr;
+    }
     GuardedPlane(const GuardedPlane&) = delete;
     GuardedPlane& operator=(const GuardedPlane&) = delete;
 

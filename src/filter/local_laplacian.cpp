@@ -21,6 +21,7 @@
 #include "core/scratch.h"
 #include "core/vec4.h"
 #include "core/xmmath.h"
+#include "filter/convolve.h"
 
 namespace velmora::filter {
 namespace {
@@ -54,67 +55,84 @@ View ViewOf(const XMImage<T>& img) {
     return {reinterpret_cast<float*>(img.Origin()), img.Pitch(), img.Width(), img.Height()};
 }
 
-// out = sum of taps[t] * rows[t] over n floats, divided by the weights' sum when it is not 1.
-void Combine(const float* const* rows, const float* taps, int count, size_t n, float* out) {
-    float wsum = 0;
-    for (int t = 0; t < count; ++t) wsum += taps[t];
-    for (size_t i = 0; i < n; ++i) {
-        float acc = rows[0][i] * taps[0];
-        for (int t = 1; t < count; ++t) acc += rows[t][i] * taps[t];
-        out[i] = wsum == 1.0f ? acc : acc / wsum;
-    }
-}
-
-// The taps of output position o of a reduce (centre 2o) or an expand (from coarse positions
-// around o/2), clipped to 0 .. n_in-1: source indices and weights.
-int ReduceTaps(int32_t o, int32_t n_in, int32_t* index, float* weight) {
-    int count = 0;
-    for (int d = -2; d <= 2; ++d)
-        if (2 * o + d >= 0 && 2 * o + d < n_in) index[count] = 2 * o + d, weight[count++] = kReduce[d + 2];
-    return count;
-}
-int ExpandTaps(int32_t o, int32_t n_in, int32_t* index, float* weight) {
-    int count = 0;
-    auto add = [&](int32_t j, float w) {
-        if (j >= 0 && j < n_in) index[count] = j, weight[count++] = w;
-    };
-    if (o % 2 == 0) add(o / 2 - 1, 0.125f), add(o / 2, 0.75f), add(o / 2 + 1, 0.125f);
-    else add(o / 2, 0.5f), add(o / 2 + 1, 0.5f);
-    return count;
-}
-
-using TapsFn = int (*)(int32_t, int32_t, int32_t*, float*);
-
-// One separable resampling (reduce or expand) of `src` into the out_w x out_h result, delivered
-// row by row to sink(y, row). Across first into a plane of out_w columns, then down.
-template <int C, class Sink>
-void Resample(const View& src, int32_t out_w, int32_t out_h, TapsFn taps_fn, Sink&& sink) {
-    Plane across(out_w, src.h, C);
-    int32_t index[5];
-    float weight[5];
-    for (int32_t y = 0; y < src.h; ++y) {
-        const float* in = src.Row(y);
-        float* out = across.Row(y);
-        for (int32_t x = 0; x < out_w; ++x) {
-            const int count = taps_fn(x, src.w, index, weight);
-            const float* rows[5] = {};
-            for (int t = 0; t < count; ++t) rows[t] = in + static_cast<size_t>(index[t]) * C;
-            Combine(rows, weight, count, C, out + static_cast<size_t>(x) * C);
+// Pixels of C floats: acc = sum of in[t] * w[t] in tap order, divided by the weights' sum where
+// taps were dropped at an edge (the full sums are exactly 1).
+template <int C>
+void Weigh(const float* const* in, const float* w, int count, float wsum, float* out) {
+    if constexpr (C % 4 == 0) {
+        for (int c = 0; c < C; c += 4) {
+            __m128 acc = _mm_mul_ps(v4::Load(in[0] + c), v4::Set1(w[0]));
+            for (int t = 1; t < count; ++t) acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(in[t] + c), v4::Set1(w[t])));
+            v4::Store(out + c, wsum == 1.0f ? acc : _mm_div_ps(acc, v4::Set1(wsum)));
+        }
+    } else {
+        for (int c = 0; c < C; ++c) {
+            float acc = in[0][c] * w[0];
+            for (int t = 1; t < count; ++t) acc += in[t][c] * w[t];
+            out[c] = wsum == 1.0f ? acc : acc / wsum;
         }
     }
-    Plane row(out_w, 1, C);
+}
+
+// The taps of output position o of a reduce (centred on 2o, 1 4 6 4 1 / 16) or an expand (from
+// the coarse positions around o/2: 1 6 1 / 8 on even o, 4 4 / 8 on odd), as a Taps record and
+// the first and last tap offsets that stay inside 0 .. n_in-1.
+struct Stencil {
+    Taps taps;
+    int32_t origin;  // input position of tap offset 0
+    int32_t lo, hi;
+};
+constexpr float kExpandEven[3] = {0.125f, 0.75f, 0.125f};
+constexpr float kExpandOdd[2] = {0.5f, 0.5f};
+
+Stencil ReduceStencil(int32_t o, int32_t n_in) {
+    return {{kReduce, 5, 2}, 2 * o, std::max(-2, -2 * o), std::min(2, n_in - 1 - 2 * o)};
+}
+Stencil ExpandStencil(int32_t o, int32_t n_in) {
+    const int32_t m = o / 2;
+    if (o % 2 == 0) return {{kExpandEven, 3, 1}, m, std::max(-1, -m), std::min(1, n_in - 1 - m)};
+    return {{kExpandOdd, 2, 0}, m, 0, std::min(1, n_in - 1 - m)};
+}
+
+using StencilFn = Stencil (*)(int32_t, int32_t);
+
+// One separable resampling (reduce or expand) of `src` into out_w x out_h, delivered row by row to
+// sink(y, row): across each needed source row into a small ring (at most five rows are in use at
+// once), then down through the clipping column combination of the convolutions.
+template <int C, class Sink>
+void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, Sink&& sink) {
+    constexpr int32_t kSlots = 6;
+    Plane ring(out_w, kSlots + 1, C);
+    int32_t held[kSlots];
+    std::fill(held, held + kSlots, -1);
+    auto across = [&](int32_t y) -> const float* {
+        float* out = ring.Row(y % kSlots);
+        if (held[y % kSlots] == y) return out;
+        held[y % kSlots] = y;
+        const float* in = src.Row(y);
+        for (int32_t x = 0; x < out_w; ++x) {
+            const Stencil st = stencil(x, src.w);
+            const float* rows[5];
+            for (int32_t t = st.lo; t <= st.hi; ++t) rows[t - st.lo] = in + static_cast<size_t>(st.origin + t) * C;
+            const float* w = st.taps.weights + st.taps.centre + st.lo;
+            const float wsum = (st.hi - st.lo + 1 == st.taps.size) ? 1.0f : WeightSum(st.taps, st.lo, st.hi);
+            Weigh<C>(rows, w, st.hi - st.lo + 1, wsum, out + static_cast<size_t>(x) * C);
+        }
+        return out;
+    };
+    float* row = ring.Row(kSlots);
     for (int32_t y = 0; y < out_h; ++y) {
-        const int count = taps_fn(y, src.h, index, weight);
-        const float* rows[5] = {};
-        for (int t = 0; t < count; ++t) rows[t] = across.Row(index[t]);
-        Combine(rows, weight, count, static_cast<size_t>(out_w) * C, row.data);
-        sink(y, static_cast<const float*>(row.data));
+        const Stencil st = stencil(y, src.h);
+        const float* taps[5];
+        for (int32_t t = st.lo; t <= st.hi; ++t) taps[t + st.taps.centre] = across(st.origin + t);
+        ClippedColumn(taps + st.taps.centre, row, static_cast<int64_t>(out_w) * C, st.taps, st.lo, st.hi);
+        sink(y, static_cast<const float*>(row));
     }
 }
 
 template <int C>
 void Reduce(const View& src, const View& dst) {
-    Resample<C>(src, dst.w, dst.h, ReduceTaps, [&](int32_t y, const float* row) {
+    Resample<C>(src, dst.w, dst.h, ReduceStencil, [&](int32_t y, const float* row) {
         std::copy_n(row, static_cast<size_t>(dst.w) * C, dst.Row(y));
     });
 }
@@ -176,7 +194,7 @@ extern "C" VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, i
         const View g = filter::ViewOf(*remapped.Level(i)), coarse = filter::ViewOf(*remapped.Level(i + 1));
         const View l = filter::ViewOf(*lum.Level(i));
         filter::Reduce<8>(g, coarse);
-        filter::Resample<8>(coarse, g.w, g.h, filter::ExpandTaps, [&](int32_t y, const float* expanded) {
+        filter::Resample<8>(coarse, g.w, g.h, filter::ExpandStencil, [&](int32_t y, const float* expanded) {
             const float* gy = g.Row(y);
             float* ly = l.Row(y);
             for (int32_t x = 0; x < g.w; ++x) {
@@ -196,7 +214,7 @@ extern "C" VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, i
     // Collapse: each level adds the expansion of the coarser collapsed one.
     for (int32_t i = n - 2; i >= 0; --i) {
         const View fine = filter::ViewOf(*lum.Level(i));
-        filter::Resample<1>(filter::ViewOf(*lum.Level(i + 1)), fine.w, fine.h, filter::ExpandTaps,
+        filter::Resample<1>(filter::ViewOf(*lum.Level(i + 1)), fine.w, fine.h, filter::ExpandStencil,
                             [&](int32_t y, const float* expanded) {
                                 float* row = fine.Row(y);
                                 for (int32_t x = 0; x < fine.w; ++x) row[x] += expanded[x];

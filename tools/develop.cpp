@@ -247,6 +247,16 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
         ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(work.data.get(), work.step, &roi, &p[0], &p[1], &p[2], &p[3], &p[4], &p[5],
                                               &p[6], 0, 0, 0, 0.0f, 0, 0, 0);
     });
+    // The local Laplacian filter works on the pass's linear ProPhoto result (it writes alpha as 1;
+    // the picture's own goes back below). It scales each pixel by its new luminance over its old
+    // one, which a pure black pixel does not have (the kernel then writes 1.0): black is lifted
+    // to 1e-7 first, far below one code of any output.
+    if (amounts.detail != 0.0f)
+        Stage("local Laplacian detail", pixels, [&] {
+            for (int y = 0; y < in.height; ++y)
+                for (float* px = work.Row(y); px < work.Row(y) + 4 * in.width; ++px) *px = std::max(*px, 1e-7f);
+            LocalLaplacian_Rgba128F(work.data.get(), work.step, &roi, amounts.detail, 0, 8);
+        });
     // Saturation runs after the pass, through the unclamped saturation kernel: the pass clamps
     // each ProPhoto channel after saturating, which turns the hue of strong colours; unclamped,
     // they reach the gamut clip below intact.

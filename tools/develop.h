@@ -24,6 +24,7 @@ GradientSpec ParseGradient(const std::string& text);
 
 struct DevelopAmounts {
     float exposure = 0, brightness = 0, shadows = 0, highlights = 0, contrast = 0, clarity = 0, saturation = 0;
+    float detail = 0;  // local Laplacian strength after the pass
     GradientSpec gradient;
 };
 

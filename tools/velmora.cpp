@@ -11,6 +11,7 @@
 #include "dehaze.h"
 #include "develop.h"
 #include "image_io.h"
+#include "resize.h"
 #include "road.h"
 #include "scene.h"
 #include "velmora/imaging.h"
@@ -69,8 +70,8 @@ void PrintAmounts(const DevelopAmounts& a) {
     if (Report())
         std::fprintf(Report(),
                      "  exposure %+.2f EV, brightness %+.2f, shadows %+.2f, highlights %+.2f, contrast %+.2f, clarity "
-                     "%+.2f, saturation %+.2f\n",
-                     a.exposure, a.brightness, a.shadows, a.highlights, a.contrast, a.clarity, a.saturation);
+                     "%+.2f, saturation %+.2f, detail %+.2f\n",
+                     a.exposure, a.brightness, a.shadows, a.highlights, a.contrast, a.clarity, a.saturation, a.detail);
 }
 
 int Develop(Args& args) {
@@ -82,7 +83,7 @@ int Develop(Args& args) {
     } amounts[] = {{"--exposure", &a.exposure, -5, 5},    {"--brightness", &a.brightness, -1, 1},
                    {"--shadows", &a.shadows, -1, 1},      {"--highlights", &a.highlights, -1, 1},
                    {"--contrast", &a.contrast, -1, 1},    {"--clarity", &a.clarity, -1, 1},
-                   {"--saturation", &a.saturation, -1, 1}};
+                   {"--saturation", &a.saturation, -1, 1}, {"--detail", &a.detail, -1, 1}};
     for (const auto& o : amounts)
         if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
     if (const std::optional<std::string> g = args.Take("--gradient")) a.gradient = ParseGradient(*g);
@@ -115,6 +116,17 @@ int Dehaze(Args& args) {
     return ForEachPicture(args, "dehaze", [&](const Image& in) { return DehazeImage(in, s); });
 }
 
+int Resize(Args& args) {
+    const std::optional<std::string> size = args.Take("--size");
+    if (!size) throw UsageError("resize needs --size WxH (one side 0 keeps the aspect ratio)");
+    int w = -1, h = -1;
+    char x = 0, rest = 0;
+    if (std::sscanf(size->c_str(), "%d%c%d%c", &w, &x, &h, &rest) != 3 || x != 'x' || w < 0 || h < 0 || (w == 0 && h == 0) ||
+        w > 65535 || h > 65535)
+        throw UsageError("--size takes WxH with whole numbers up to 65535 (one may be 0), not '" + *size + "'");
+    return ForEachPicture(args, "resize", [&](const Image& in) { return ResizeImage(in, w, h); });
+}
+
 int Demo(Args& args) {
     if (args.TakeFlag("--quiet")) Report() = nullptr;
     args.NoneLeft();
@@ -130,7 +142,7 @@ int Demo(Args& args) {
     WriteImage(out, round);
     Wrote(out, round, 0);
     // A moderate edit: a little brighter, open shadows, held highlights, more local contrast.
-    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, {}};
+    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, 0.0f, {}};
     if (Report()) std::fprintf(Report(), "develop road:\n");
     PrintAmounts(edit);
     const Image edited = DevelopImage(*scene, edit);
@@ -154,13 +166,15 @@ const Command kCommands[] = {
      true, Convert},
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
-     "                 [--contrast A] [--clarity A] [--saturation A] [--gradient SPEC]",
+     "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SPEC]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
      "all default to 0. The base luminance is an edge-preserving (guided) smoothing built from the\n"
      "library's gray box means, so clarity and shadows do not halo at edges. The ProPhoto-to-sRGB\n"
      "matrix and a hue-preserving clip into the sRGB gamut are the tool's own.\n"
+     "--detail A (-1 to 1) runs the local Laplacian filter after the pass: positive raises local\n"
+     "contrast (texture, clarity without halos), negative smooths it, edges kept.\n"
      "--gradient applies exposure, brightness, contrast, clarity and saturation through a mask\n"
      "(shadows and highlights stay global); positions and radii are fractions of width and height:\n"
      "  linear[:x0,y0,x1,y1]          0 at (x0,y0) rising to 1 at (x1,y1); default 0.5,0.65,0.5,0.15\n"
@@ -180,6 +194,10 @@ const Command kCommands[] = {
      "edges by a guided filter, then each pixel recovered as (I - A) / max(t, T) + A (T from 0.01 to\n"
      "1, default 0.1: higher keeps dense haze and noise calmer).\n",
      true, Dehaze},
+    {"resize", "resize IN OUT --size WxH",
+     "Resizes to W x H pixels (W or H 0: keep the aspect ratio): area averaging when shrinking, the\n"
+     "Catmull-Rom cubic when enlarging, alpha resampled like the colours. Written at 8 bits.\n",
+     true, Resize},
     {"demo", "demo [OUT] [--quiet]",
      "Renders the built-in test scene, runs the convert road on it and writes OUT (default\n"
      "velmora-demo.png), then the develop road with a moderate edit, writing OUT's name with\n"

@@ -148,6 +148,23 @@ if not graded[0][0] < graded[H // 2][0] < graded[H - 1][0] or abs(graded[H - 1][
 for bad in ("spiral", "linear:1,2", "radial:a", "radial:0.5,0.5,0,0.3"):
     run("develop", "flat.png", "bad.png", "--gradient", bad, ok=False)
 
+# Resize: the size asked (or kept in proportion), 16-bit inputs too; local detail on odd sizes
+# raises the checkerboard's contrast less than nothing and keeps the picture's size.
+run("resize", "rgb.png", "half.png", "--size", "18x0")
+run("resize", "deep.tif" if os.path.exists(path("deep.tif")) else "rgb.png", "big.png", "--size", "0x40")
+if decode_png("half.png")[:2] != (18, 11) or decode_png("big.png")[:2] != (64, 40):
+    failures.append(f"resize sizes: {decode_png('half.png')[:2]}, {decode_png('big.png')[:2]}")
+for bad in ("18", "0x0", "-3x4", "9x9x9"):
+    run("resize", "rgb.png", "bad.png", "--size", bad, ok=False)
+grey_checker = [bytes((60 + 120 * ((x // 2 + y // 2) % 2)) for x in range(W) for _ in range(3)) for y in range(H)]
+grey_checker[3] = bytes(3 * W)  # a black row must stay dark, not turn white
+open(path("grey-checker.png"), "wb").write(png(W, H, 2, grey_checker))
+for amount in ("0.8", "-0.8"):
+    run("develop", "grey-checker.png", f"detail{amount}.png", "--detail", amount)
+soft, sharp = jumps(decode_png("detail-0.8.png")[3]), jumps(decode_png("detail0.8.png")[3])
+if decode_png("detail0.8.png")[:2] != (W, H) or not soft < jumps(grey_checker) < sharp or max(decode_png("detail0.8.png")[3][3]) > 40:
+    failures.append(f"--detail: smoothing left {soft}, raising {sharp} of the checkerboard's steps")
+
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
 run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")

@@ -146,9 +146,10 @@ VELMORA_API StatusCode VELMORA_CALL ImageConvert_Rgba64_Rgba128F(const uint16_t*
 /* Shared by the ImageToLinearRGB_* loaders (always return StatusOk, check nothing): each colour
    code c goes through table (n floats) at position p = c x (n - 1.0001) / 255 (8-bit codes) or
    / 65535 (16-bit codes), single precision, interpolated linearly between T[floor p] and the next
-   entry; where single precision rounds the top code's p up to n - 1 (most n >= 1022 for 8-bit,
-   n >= 2050 for 16-bit codes), p is capped just below n - 1, so the table is never read past
-   T[n-1]. (r, g, b) then times matrix as a row vector: R' = m0 r + m3 g + m6 b, G' = m1 r + m4 g
+   entry, exactly that formula. Where single precision rounds p to n - 1 (the top code of many
+   table sizes; every code with n = 65536 and 16-bit codes lands on its own entry), the missing
+   neighbour T[n] has weight 0 and the result is T[n - 1]; T[n] is never read (were p to round
+   beyond n - 1, T[n - 1] would stand in for T[n]). (r, g, b) then times matrix as a row vector: R' = m0 r + m3 g + m6 b, G' = m1 r + m4 g
    + m7 b, B' = m2 r + m5 g + m8 b. Float destinations are not clamped; Rgba64 destinations clamp
    to [0, 1], scale by 65535 and round half to even. Overrun: source and destination rows are
    read and written up to the next multiple of the _X2/_X4/_X16 block: the destination pixels there

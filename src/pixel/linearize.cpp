@@ -25,40 +25,36 @@ using v4::kInv65535;
 // Taken off the table size so that the top code lands strictly inside the last interval.
 constexpr float kMargin = 1.0001f;
 
-// The largest float strictly below n - 1: every table position p up to it has an integer part of
-// at most n - 2, so the interpolation's upper neighbour T[k + 1] is still inside the table.
-float LastSafePosition(int32_t n) {
-    float top = static_cast<float>(n - 1);
-    while (static_cast<double>(top) >= static_cast<double>(n) - 1.0) top = std::nextafter(top, 0.f);
-    return top;
-}
-
 // The transfer table read with linear interpolation: position p = code x s with
 // s = (n - 1.0001) x (1/255 or 1/65535) in single precision, k = trunc(p), and
 // v = T[k] + (T[k+1] - T[k]) x (p - k). In single precision the margin does not always survive:
-// for most n from 1022 up (8-bit codes) or 2050 up (16-bit codes) the top code's p rounds up to
-// n - 1, whose upper neighbour would be T[n]. Positions are therefore capped at the last safe
-// one; the cap is inactive for every n whose top code already stays below n - 1, so those sizes
-// give exactly the uncapped result, and elsewhere only the codes that would leave the table move.
+// for many n the top code's p rounds to exactly n - 1 (with n = 65536 and 16-bit codes s is 1.0,
+// so every code lands on its own entry), where the upper neighbour T[n] does not exist but
+// carries weight 0. Its index is bounded to n - 1 instead: such a code gets exactly T[n - 1], the
+// formula's value, and T[n] is never read. (Were p ever to round past n - 1, the missing
+// neighbour would carry weight; T[n - 1] stands in for it.)
 class Curve {
 public:
     Curve(const float* table, int32_t n, float code_scale)
         : table_(table),
           scale_(_mm_set1_ps((static_cast<float>(n) - kMargin) * code_scale)),
-          top_(_mm_set1_ps(LastSafePosition(n))) {}
+          last_pair_(_mm_set1_epi32(n - 2)) {}
 
     // Four integer codes (int32 lanes) to four linear values.
     __m128 operator()(__m128i codes) const {
-        const __m128 p = _mm_min_ps(_mm_mul_ps(_mm_cvtepi32_ps(codes), scale_), top_);
+        const __m128 p = _mm_mul_ps(_mm_cvtepi32_ps(codes), scale_);
         const __m128i k = _mm_cvttps_epi32(p);
         const __m128 frac = _mm_sub_ps(p, _mm_cvtepi32_ps(k));
+        // One 8-byte load fetches both neighbours T[j], T[j+1] of a lane, j = min(k, n - 2);
+        // where k is n - 1 both neighbours are then T[n - 1], the pair's upper entry.
+        const __m128i past = _mm_cmpgt_epi32(k, last_pair_);
+        const __m128i j = _mm_or_si128(_mm_andnot_si128(past, k), _mm_and_si128(past, last_pair_));
         alignas(16) int32_t at[4];
-        _mm_store_si128(reinterpret_cast<__m128i*>(at), k);
-        // One 8-byte load fetches both neighbours T[k], T[k+1] of a lane.
+        _mm_store_si128(reinterpret_cast<__m128i*>(at), j);
         const __m128 n01 = _mm_loadh_pi(Pair(at[0]), reinterpret_cast<const __m64*>(table_ + at[1]));
         const __m128 n23 = _mm_loadh_pi(Pair(at[2]), reinterpret_cast<const __m64*>(table_ + at[3]));
-        const __m128 lo = _mm_shuffle_ps(n01, n23, _MM_SHUFFLE(2, 0, 2, 0));
         const __m128 hi = _mm_shuffle_ps(n01, n23, _MM_SHUFFLE(3, 1, 3, 1));
+        const __m128 lo = v4::Select(_mm_shuffle_ps(n01, n23, _MM_SHUFFLE(2, 0, 2, 0)), hi, _mm_castsi128_ps(past));
         return _mm_add_ps(lo, _mm_mul_ps(_mm_sub_ps(hi, lo), frac));
     }
 
@@ -66,7 +62,8 @@ private:
     __m128 Pair(int32_t k) const { return _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(table_ + k)); }
 
     const float* table_;
-    __m128 scale_, top_;
+    __m128 scale_;
+    __m128i last_pair_;
 };
 
 // For 8-bit codes the linear value depends on the code alone, so the 256 values are interpolated

@@ -203,21 +203,40 @@ std::vector<float> Ramp(int n) {
     return t;
 }
 
-// With T[i] = i / (n - 1) the top code stays strictly below T[n-1] = 1, for the sizes whose
-// margin holds and for the large ones where the position is pulled back.
-TEST(LinearizingProperties, TopCodeNeverReachesTheLastEntry) {
-    for (int n : {2, 256, 4096, 65536}) {
+// Every code of both depths through every table size from 2 to 4096 and 65536, against the
+// formula with the neighbours' indices bounded (where single precision puts a code on n - 1 the
+// missing neighbour has weight 0: n = 65536 with 16-bit codes maps each code to its own entry).
+// The table ends against a no-access page, so reading T[n] would crash.
+TEST(LinearizingProperties, EveryCodeOfEveryTableSizeIsTheFormula) {
+    // Rows round up to the loaders' block of four pixels: 88 Rgb24 pixels hold codes 0 .. 255,
+    // 21848 Rgb48 pixels codes 0 .. 65535 (and a few more, wrapped).
+    std::vector<uint8_t> bytes(264);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i);
+    std::vector<uint8_t> words(21848 * 6);
+    for (size_t i = 0; i < words.size() / 2; ++i) {
+        const uint16_t code = static_cast<uint16_t>(i);
+        std::memcpy(&words[2 * i], &code, 2);
+    }
+    std::mt19937 rng(9);
+    std::vector<int> sizes;
+    for (int n = 2; n <= 4096; ++n) sizes.push_back(n);
+    sizes.push_back(65536);
+    for (int n : sizes) {
         SCOPED_TRACE(testing::Message() << "n " << n);
-        const auto table = Ramp(n);
-        const auto f8 = LoadPacked<float>(ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4, std::vector<uint8_t>(12, 255), 4, 16,
-                                          table, kIdentity);
-        const std::vector<uint16_t> top16(12, 65535);
-        std::vector<uint8_t> src16(24);
-        std::memcpy(src16.data(), top16.data(), 24);
-        const auto f16 = LoadPacked<float>(ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4, src16, 4, 16, table, kIdentity);
-        for (float v : {f8[0], f8[1], f8[2], f16[0], f16[1], f16[2]}) {
-            EXPECT_LT(v, 1.f);
-            EXPECT_GT(v, 0.999f);
+        const GuardedArray<float> table(RandomTable(n, rng));
+        for (bool sixteen : {false, true}) {
+            const int pixels = sixteen ? 21848 : 88;
+            const std::vector<float> out(size_t(pixels) * 4);
+            const ImageSize roi{pixels, 1};
+            auto* call = sixteen ? ImageToLinearRGB_Rgb48_Rgba128F_SSE2_X4 : ImageToLinearRGB_Rgb24_Rgba128F_SSE2_X4;
+            call(sixteen ? words.data() : bytes.data(), 0, const_cast<float*>(out.data()), 0, &roi, table.data(), n, kIdentity);
+            for (int i = 0; i < pixels * 3; ++i) {
+                const int code = i % (sixteen ? 65536 : 256);
+                const float want = rl::Transfer(table.data(), n, code, sixteen);
+                if (out[size_t(i / 3) * 4 + i % 3] != want)
+                    FAIL() << (sixteen ? "16" : "8") << "-bit code " << code << ": got " << out[size_t(i / 3) * 4 + i % 3]
+                           << ", want " << want;
+            }
         }
     }
     EXPECT_FALSE(rl::TopCodeReachesEnd(256, false));

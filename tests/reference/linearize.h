@@ -1,9 +1,10 @@
 // Scalar reference for the linearizing loaders: one pixel at a time, straight from the rules.
 // Transfer: p = code x ((n - 1.0001) x (nearest float to 1/255 or 1/65535)), k = trunc p,
-// v = T[k] + (T[k+1] - T[k]) x (p - k); a position whose k would leave the table is pulled back to
-// the last float below n - 1. Matrix as a row vector, summed left to right.
+// v = T[k] + (T[k+1] - T[k]) x (p - k), the neighbours' indices bounded to n - 1 (where k = n - 1
+// the missing neighbour has weight 0). Matrix as a row vector, summed left to right.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -14,16 +15,13 @@ namespace ref::linearize {
 inline constexpr float kInv255 = 0.003921569f;
 inline constexpr float kInv65535 = 1.5259022e-05f;
 
-// Position of a code in the table, with the pull-back for the top codes of large tables.
 inline float Position(int code, int n, bool sixteen) {
     const float s = (static_cast<float>(n) - 1.0001f) * (sixteen ? kInv65535 : kInv255);
-    float p = static_cast<float>(code) * s;
-    if (static_cast<int>(p) > n - 2) p = std::nextafter(static_cast<float>(n - 1), 0.f);
-    return p;
+    return static_cast<float>(code) * s;
 }
 
-// True when the single-precision position of the top code reaches n - 1 (the sizes that need the
-// pull-back). Used by the tests to tell the two kinds of table size apart.
+// True when the single-precision position of the top code reaches n - 1. Used by the tests to
+// tell the two kinds of table size apart.
 inline bool TopCodeReachesEnd(int n, bool sixteen) {
     const float s = (static_cast<float>(n) - 1.0001f) * (sixteen ? kInv65535 : kInv255);
     return static_cast<int>((sixteen ? 65535.f : 255.f) * s) > n - 2;
@@ -32,7 +30,7 @@ inline bool TopCodeReachesEnd(int n, bool sixteen) {
 inline float Transfer(const float* table, int n, int code, bool sixteen) {
     const float p = Position(code, n, sixteen);
     const int k = static_cast<int>(p);
-    const float lo = table[k], hi = table[k + 1];
+    const float lo = table[std::min(k, n - 1)], hi = table[std::min(k + 1, n - 1)];
     return lo + (hi - lo) * (p - static_cast<float>(k));
 }
 

@@ -1,19 +1,20 @@
 // Every instruction-set level of the Lab conversions against the SSE2 body, bit for bit, on
 // guarded planes whose rows hold the conversions' whole blocks of four pixels and nothing more.
-#include "support/dispatch.h"
+// A pixel's three channels meet in one matrix, so each pixel carries at most one NaN or infinity.
+#include "adjust/edge_pixels.h"
 #include "velmora/imaging.h"
 
 namespace {
 
 using Kernel = void(VELMORA_CALL*)(float*, int32_t, const ImageSize*);
 
-void ExpectEveryLevelMatchesSse2(Kernel kernel, float scale, std::initializer_list<float> thresholds, uint32_t seed) {
+void ExpectEveryLevelMatchesSse2(Kernel kernel, float scale, std::vector<float> thresholds, uint32_t seed) {
     for (const vt::Shape& s : vt::RandomShapes(seed, 200)) {
         SCOPED_TRACE(vt::Describe(s));
         const ImageSize roi{s.width, s.height};
         ASSERT_TRUE(vt::EveryLevelMatchesSse2(
             s, vt::RowBytes(s.width, 4, 16),
-            [&](std::mt19937& rng) { return vt::EdgeFloat(rng, scale, thresholds); },
+            vt::EdgePixels{scale, thresholds},
             [&](const vt::GuardedPlane& plane) { kernel(plane.As<float>(), plane.step(), &roi); }));
     }
 }

@@ -42,7 +42,7 @@ void ForEachLevel(Fn&& fn) {
 // Nominal values in [0, scale) mixed with everything the lanes must agree on: zeros of both
 // signs, 1, negatives, values past the range, values a hair either side of the kernel's branch
 // thresholds, NaN with random payloads, infinities, denormals and arbitrary bit patterns.
-inline float EdgeFloat(std::mt19937& rng, float scale, std::initializer_list<float> thresholds) {
+inline float EdgeFloat(std::mt19937& rng, float scale, const std::vector<float>& thresholds) {
     auto uniform = [&](float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(rng); };
     auto bits = [](uint32_t u) {
         float f;
@@ -55,7 +55,7 @@ inline float EdgeFloat(std::mt19937& rng, float scale, std::initializer_list<flo
         case 2: return 1.0f;
         case 3: return uniform(-1.5f, 0.0f) * scale;
         case 4: return uniform(1.0f, 4.0f) * scale;
-        case 5: return thresholds.begin()[rng() % thresholds.size()] * uniform(0.999f, 1.001f);
+        case 5: return thresholds[rng() % thresholds.size()] * uniform(0.999f, 1.001f);
         case 6: return bits(0x7FC00000u | (static_cast<uint32_t>(rng()) & 0x803FFFFFu));  // quiet NaN
         case 7: return rng() % 2 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
         case 8: return bits((static_cast<uint32_t>(rng()) & 0x807FFFFFu) | 1u);  // denormal

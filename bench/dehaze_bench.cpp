@@ -98,9 +98,11 @@ void GradientVelmora(benchmark::State& state) {
         if (kind == 3) ImageRadialGradient_Gray32F_SSE2_X4Y1(dst.As<float>(), dst.step, region, a, radii, 0.4f, 0.5f, 0, false, 2);
     });
 }
+// Non-zero bytes, as a mask has: on some processors a fill with zeros takes a faster path (here
+// 0.7 ms against 1.8 ms for any other byte), which no mask writer can use.
 void Memset(benchmark::State& state) {
     vb::Plane dst = vb::MakeFloatPlane(1);
-    Loop(state, kPixels * 4, [&] { std::memset(dst.data(), 0, size_t(dst.step) * kHeight); });
+    Loop(state, kPixels * 4, [&] { std::memset(dst.data(), 0x3F, size_t(dst.step) * kHeight); });
 }
 
 }  // namespace

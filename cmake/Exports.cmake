@@ -6,7 +6,7 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VELMORA_EXPORT_
 file(STRINGS ${VELMORA_EXPORT_LIST} _lines REGEX "^VELMORA_EXPORT\\(")
 set(VELMORA_EXPORT_NAMES "")
 set(_script "{\n  global:\n")
-set(_def "LIBRARY \"Velmora.Imaging.SSE\"\nEXPORTS\n")
+set(_def "LIBRARY \"Velmora.Imaging.SSE.dll\"\nEXPORTS\n")
 foreach(_line IN LISTS _lines)
   if(NOT _line MATCHES "^VELMORA_EXPORT\\(([A-Za-z_][A-Za-z0-9_]*), *([0-9]+)\\)")
     message(FATAL_ERROR "exports.inc: malformed line: ${_line}")

@@ -43,8 +43,10 @@
 #endif
 
 #if defined(_WIN32)
-#if defined(VELMORA_BUILDING_LIBRARY)
-#define VELMORA_API __declspec(dllexport)
+#if defined(VELMORA_BUILDING_LIBRARY) || defined(VELMORA_STATIC)
+/* The module-definition file exports each name undecorated, and nothing else; VELMORA_STATIC is
+   for programs linked with the library's objects instead of the DLL. */
+#define VELMORA_API
 #else
 #define VELMORA_API __declspec(dllimport)
 #endif

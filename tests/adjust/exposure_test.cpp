@@ -314,8 +314,8 @@ TEST(SelectiveExposure, BandsActWhereAPhotographerExpects) {
         EXPECT_GE(tone[peak], band.peak_lo);
         EXPECT_LE(tone[peak], band.peak_hi);
         // A band leaves the far end of the range nearly alone.
-        const double far = band.index < 2 ? stops[kSteps - 1] : band.index > 2 ? stops[0] : std::max(stops[0], stops[kSteps - 1]);
-        EXPECT_LT(far, 0.02);
+        const double farthest = band.index < 2 ? stops[kSteps - 1] : band.index > 2 ? stops[0] : std::max(stops[0], stops[kSteps - 1]);
+        EXPECT_LT(farthest, 0.02);
     }
 }
 

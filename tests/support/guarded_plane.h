@@ -1,11 +1,17 @@
 // Planes fenced by inaccessible pages. The bytes a kernel may legally touch sit directly against
-// a PROT_NONE page (after the last legal byte, or before the first), so a read or write one
+// a no-access page (after the last legal byte, or before the first), so a read or write one
 // byte outside crashes the test at the faulting instruction. Everything else inside the mapping
 // (row gaps, alignment slack) is poisoned and checked afterwards for stray writes.
 #pragma once
 
+#if defined(_WIN32)
+#define NOMINMAX
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <cstdint>
 #include <cstdlib>
@@ -17,6 +23,36 @@
 #include <gtest/gtest.h>
 
 namespace vt {
+
+// Whole pages from the system, readable and writable until NoAccess fences part of them.
+namespace pages {
+#if defined(_WIN32)
+inline int64_t Size() {
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    return info.dwPageSize;
+}
+inline uint8_t* Map(int64_t bytes) {
+    void* m = VirtualAlloc(nullptr, static_cast<size_t>(bytes), MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    if (!m) throw std::runtime_error("VirtualAlloc failed");
+    return static_cast<uint8_t*>(m);
+}
+inline void NoAccess(uint8_t* p, int64_t bytes) {
+    DWORD old;
+    VirtualProtect(p, static_cast<size_t>(bytes), PAGE_NOACCESS, &old);
+}
+inline void Unmap(uint8_t* p, int64_t) { VirtualFree(p, 0, MEM_RELEASE); }
+#else
+inline int64_t Size() { return sysconf(_SC_PAGESIZE); }
+inline uint8_t* Map(int64_t bytes) {
+    void* m = mmap(nullptr, static_cast<size_t>(bytes), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m == MAP_FAILED) throw std::runtime_error("mmap failed");
+    return static_cast<uint8_t*>(m);
+}
+inline void NoAccess(uint8_t* p, int64_t bytes) { mprotect(p, static_cast<size_t>(bytes), PROT_NONE); }
+inline void Unmap(uint8_t* p, int64_t bytes) { munmap(p, static_cast<size_t>(bytes)); }
+#endif
+}  // namespace pages
 
 // Which edge of the legal bytes touches a guard page.
 enum class Placement { End, Start };
@@ -34,14 +70,12 @@ public:
         const int64_t abs_step = step < 0 ? -int64_t{step} : step;
         if (height > 1 && abs_step < row_bytes) throw std::invalid_argument("step shorter than a row");
         extent_ = height > 0 && row_bytes > 0 ? (height - 1) * abs_step + row_bytes : 0;
-        page_ = sysconf(_SC_PAGESIZE);
+        page_ = pages::Size();
         const int64_t inner = (extent_ + align + page_ - 1) / page_ * page_;
         map_bytes_ = inner + 2 * page_;
-        void* m = mmap(nullptr, map_bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (m == MAP_FAILED) throw std::runtime_error("mmap failed");
-        map_ = static_cast<uint8_t*>(m);
-        mprotect(map_, page_, PROT_NONE);
-        mprotect(map_ + page_ + inner, page_, PROT_NONE);
+        map_ = pages::Map(map_bytes_);
+        pages::NoAccess(map_, page_);
+        pages::NoAccess(map_ + page_ + inner, page_);
         lo_ = map_ + page_;
         hi_ = lo_ + inner;
         if (placement == Placement::Start) {
@@ -53,7 +87,7 @@ public:
         std::memset(lo_, kPoison, hi_ - lo_);
     }
     ~GuardedPlane() {
-        if (map_) munmap(map_, map_bytes_);
+        if (map_) pages::Unmap(map_, map_bytes_);
     }
     GuardedPlane(GuardedPlane&& o) noexcept
         : row_bytes_(o.row_bytes_), height_(o.height_), step_(o.step_), extent_(o.extent_), page_(o.page_),

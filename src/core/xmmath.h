@@ -34,11 +34,15 @@ inline __m128 XMVectorExpE(__m128 v) { return xsimd::exp(Batch4(v)); }
 inline __m128 XMVectorLogE(__m128 v) { return xsimd::log(Batch4(v)); }
 inline __m128 XMVectorExp2(__m128 v) { return xsimd::exp2(Batch4(v)); }
 
-// The same e^x on a wider vector (a body of a faster level): xsimd runs the same per-lane steps
+// The same e^x and 2^x on a wider vector (a body of a faster level): xsimd runs the same per-lane steps
 // at every width, so each lane equals the four-lane result.
 template <class Arch>
 inline xsimd::batch<float, Arch> XMVectorExpE(xsimd::batch<float, Arch> v) {
     return xsimd::exp(v);
+}
+template <class Arch>
+inline xsimd::batch<float, Arch> XMVectorExp2(xsimd::batch<float, Arch> v) {
+    return xsimd::exp2(v);
 }
 
 // x^y as e^(y ln x), with no special cases beyond those of its parts: 0 gives e^(-inf * y),

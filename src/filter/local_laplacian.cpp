@@ -9,19 +9,22 @@
 // positions), with taps beyond a level's edge dropped and the used weights renormalised. The
 // coarsest output level interpolates the remapped versions' coarsest Gaussian level.
 //
-// Memory: the remapped pyramid is allocated whole (untouched pages cost nothing), but each
-// level is released as soon as the output level above it is made, and the output pyramid is
-// written over the luminance pyramid, which is not read again. Large planes come from the
+// Memory: the remapped pyramid is allocated whole (untouched pages cost nothing); its
+// full-resolution level is never written (its rows are remapped from the luminance where they are
+// read), each other level is released as soon as the output level above it is made, and the
+// output pyramid is written over the luminance pyramid, which is not read again. Large planes come from the
 // huge-page scratch path. In place, exactly the region; single-threaded.
 #include <algorithm>
 #include <cmath>
 
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/pyramid.h"
 #include "core/scratch.h"
 #include "core/vec4.h"
 #include "core/xmmath.h"
 #include "filter/convolve.h"
+#include "filter/remap.h"
 
 namespace velmora::filter {
 namespace {
@@ -96,11 +99,13 @@ Stencil ExpandStencil(int32_t o, int32_t n_in) {
 
 using StencilFn = Stencil (*)(int32_t, int32_t);
 
-// One separable resampling (reduce or expand) of `src` into out_w x out_h, delivered row by row to
-// sink(y, row): across each needed source row into a small ring (at most five rows are in use at
-// once), then down through the clipping column combination of the convolutions.
-template <int C, class Sink>
-void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, Sink&& sink) {
+// One separable resampling (reduce or expand) of a src_w x src_h source whose row y is
+// src_row(y) into out_w x out_h, delivered row by row to sink(y, row): across each needed source
+// row into a small ring (at most five rows are in use at once), then down through the clipping
+// column combination of the convolutions. Each source row is asked for once and read at once.
+template <int C, class Rows, class Sink>
+void Resample(Rows&& src_row, int32_t src_w, int32_t src_h, int32_t out_w, int32_t out_h, StencilFn stencil,
+              Sink&& sink) {
     constexpr int32_t kSlots = 6;
     Plane ring(out_w, kSlots + 1, C);
     int32_t held[kSlots];
@@ -109,9 +114,9 @@ void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, 
         float* out = ring.Row(y % kSlots);
         if (held[y % kSlots] == y) return out;
         held[y % kSlots] = y;
-        const float* in = src.Row(y);
+        const float* in = src_row(y);
         for (int32_t x = 0; x < out_w; ++x) {
-            const Stencil st = stencil(x, src.w);
+            const Stencil st = stencil(x, src_w);
             const float* rows[5];
             for (int32_t t = st.lo; t <= st.hi; ++t) rows[t - st.lo] = in + static_cast<size_t>(st.origin + t) * C;
             const float* w = st.taps.weights + st.taps.centre + st.lo;
@@ -122,7 +127,7 @@ void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, 
     };
     float* row = ring.Row(kSlots);
     for (int32_t y = 0; y < out_h; ++y) {
-        const Stencil st = stencil(y, src.h);
+        const Stencil st = stencil(y, src_h);
         const float* taps[5];
         for (int32_t t = st.lo; t <= st.hi; ++t) taps[t + st.taps.centre] = across(st.origin + t);
         ClippedColumn(taps + st.taps.centre, row, static_cast<int64_t>(out_w) * C, st.taps, st.lo, st.hi);
@@ -130,11 +135,20 @@ void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, 
     }
 }
 
-template <int C>
-void Reduce(const View& src, const View& dst) {
-    Resample<C>(src, dst.w, dst.h, ReduceStencil, [&](int32_t y, const float* row) {
+template <int C, class Sink>
+void Resample(const View& src, int32_t out_w, int32_t out_h, StencilFn stencil, Sink&& sink) {
+    Resample<C>([&](int32_t y) -> const float* { return src.Row(y); }, src.w, src.h, out_w, out_h, stencil, sink);
+}
+
+template <int C, class Rows>
+void Reduce(Rows&& src_row, int32_t src_w, int32_t src_h, const View& dst) {
+    Resample<C>(src_row, src_w, src_h, dst.w, dst.h, ReduceStencil, [&](int32_t y, const float* row) {
         std::copy_n(row, static_cast<size_t>(dst.w) * C, dst.Row(y));
     });
+}
+template <int C>
+void Reduce(const View& src, const View& dst) {
+    Reduce<C>([&](int32_t y) -> const float* { return src.Row(y); }, src.w, src.h, dst);
 }
 
 // Linear interpolation between the coefficients of the two remapped versions that bracket the
@@ -148,29 +162,30 @@ float Interpolate(const float* c, float g, int32_t samples) {
 
 float Luminance(const float* px) { return std::sqrt(kLumR * px[0] + kLumG * px[1] + kLumB * px[2] + 0.0f * px[3]); }
 
-// The eight remapped luminances of every pixel (four samples a vector), and L itself.
-void Remap(const float* image, int32_t step, const View& lum, const View& remapped, float alpha) {
-    const __m128 g_lo = _mm_setr_ps(0.0f, 0.14285715f, 0.2857143f, 0.42857143f);
-    const __m128 g_hi = _mm_setr_ps(0.5714286f, 0.71428573f, 0.85714287f, 1.0f);
-    const __m128 a = v4::Set1(alpha), k = v4::Set1(-20.0f);
+// The eight remapped luminances of each of a row's luminances, at the widest level the processor
+// has. The full-resolution level is never stored: a row is remapped where it is read, which costs
+// less than writing, faulting in and reading back 32 bytes a pixel.
+void RemapRow(const float* l, int32_t width, float alpha, float* r) {
+    if (cpu::Has(cpu::Level::Avx512)) return RemapRowAvx512(l, width, alpha, r);
+    if (cpu::Has(cpu::Level::Avx2)) return RemapRowAvx2(l, width, alpha, r);
+    RemapRowSse2(l, width, alpha, r);
+}
+
+// L of every pixel.
+void Luminances(const float* image, int32_t step, const View& lum) {
     for (int32_t y = 0; y < lum.h; ++y) {
         const float* px = frame::Row(image, step, y);
         float* l = lum.Row(y);
-        float* r = remapped.Row(y);
-        for (int32_t x = 0; x < lum.w; ++x) {
-            const float value = Luminance(px + 4 * x);
-            l[x] = value;
-            const __m128 L = v4::Set1(value);
-            for (int half = 0; half < 2; ++half) {
-                const __m128 d = _mm_sub_ps(L, half ? g_hi : g_lo);
-                const __m128 w = XMVectorExp2(_mm_mul_ps(_mm_mul_ps(d, d), k));
-                v4::Store(r + 8 * x + 4 * half, _mm_add_ps(L, _mm_mul_ps(_mm_mul_ps(a, d), w)));
-            }
-        }
+        for (int32_t x = 0; x < lum.w; ++x) l[x] = Luminance(px + 4 * x);
     }
 }
 
 }  // namespace
+
+void RemapRowSse2(const float* l, int32_t width, float alpha, float* r) {
+    RemapPixels<xsimd::batch<float, xsimd::sse2>>(l, 0, width, alpha, r);
+}
+
 }  // namespace velmora::filter
 
 namespace filter = velmora::filter;
@@ -186,16 +201,26 @@ extern "C" VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, i
     ImagePyramid<float> lum(w, h, levels, 128, 32);
     ImagePyramid<XMFLOAT8> remapped(w, h, levels, 4, 1);
     const int32_t n = lum.Count();
-    filter::Remap(image, step, filter::ViewOf(*lum.Level(0)), filter::ViewOf(*remapped.Level(0)), alpha);
+    const View lum0 = filter::ViewOf(*lum.Level(0));
+    filter::Luminances(image, step, lum0);
     for (int32_t i = 1; i < n; ++i) filter::Reduce<1>(filter::ViewOf(*lum.Level(i - 1)), filter::ViewOf(*lum.Level(i)));
+    // Row y of the remapped full-resolution level, made in `g0` from luminance row y (read
+    // before that row is overwritten).
+    filter::Plane g0(w, 1, 8);
+    auto remapped0 = [&](int32_t y) -> const float* {
+        filter::RemapRow(lum0.Row(y), w, alpha, g0.data);
+        return g0.data;
+    };
     // Output level i = interpolated Laplacian coefficients G_i - expand(G_i+1) of the remapped
     // versions, written over luminance level i once that row's luminance has been read.
     for (int32_t i = 0; i + 1 < n; ++i) {
-        const View g = filter::ViewOf(*remapped.Level(i)), coarse = filter::ViewOf(*remapped.Level(i + 1));
+        const View coarse = filter::ViewOf(*remapped.Level(i + 1));
         const View l = filter::ViewOf(*lum.Level(i));
-        filter::Reduce<8>(g, coarse);
+        const View g = i > 0 ? filter::ViewOf(*remapped.Level(i)) : View{nullptr, 0, w, h};
+        auto g_row = [&](int32_t y) -> const float* { return i > 0 ? g.Row(y) : remapped0(y); };
+        filter::Reduce<8>(g_row, g.w, g.h, coarse);
         filter::Resample<8>(coarse, g.w, g.h, filter::ExpandStencil, [&](int32_t y, const float* expanded) {
-            const float* gy = g.Row(y);
+            const float* gy = g_row(y);
             float* ly = l.Row(y);
             for (int32_t x = 0; x < g.w; ++x) {
                 float c[8];
@@ -203,12 +228,15 @@ extern "C" VELMORA_API void VELMORA_CALL LocalLaplacian_Rgba128F(float* image, i
                 ly[x] = filter::Interpolate(c, ly[x], samples);
             }
         });
-        remapped.Release(i);
+        if (i > 0) remapped.Release(i);
     }
     {  // the coarsest level interpolates the Gaussian level itself
-        const View g = filter::ViewOf(*remapped.Level(n - 1)), l = filter::ViewOf(*lum.Level(n - 1));
-        for (int32_t y = 0; y < g.h; ++y)
-            for (int32_t x = 0; x < g.w; ++x) l.Row(y)[x] = filter::Interpolate(g.Row(y) + 8 * x, l.Row(y)[x], samples);
+        const View l = filter::ViewOf(*lum.Level(n - 1));
+        const View g = n > 1 ? filter::ViewOf(*remapped.Level(n - 1)) : View{nullptr, 0, w, h};
+        for (int32_t y = 0; y < l.h; ++y) {
+            const float* gy = n > 1 ? g.Row(y) : remapped0(y);
+            for (int32_t x = 0; x < l.w; ++x) l.Row(y)[x] = filter::Interpolate(gy + 8 * x, l.Row(y)[x], samples);
+        }
         remapped.Release(n - 1);
     }
     // Collapse: each level adds the expansion of the coarser collapsed one.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/compare.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
 
@@ -132,6 +133,24 @@ TEST(LocalLaplacian, AlphaZeroKeepsColourAndAlphaMovesLocalContrast) {
     GuardedPlane single = Textured(9, 5, 3);
     LocalLaplacian_Rgba128F(single.As<float>(), single.step(), &roi, 0.5f, 1, 8);
     EXPECT_EQ(single.RowAs<float>(4)[4 * 8 + 3], 1.0f);
+}
+
+// The remapping runs four, eight or sixteen lanes at a time by level (two pixels a vector on
+// AVX-512, odd widths ending on a single pixel); every level must give the SSE2 body's floats.
+TEST(LocalLaplacian, EveryLevelMatchesSse2) {
+    for (const auto& [w, h] : {std::pair{1, 1}, std::pair{7, 5}, std::pair{38, 21}, std::pair{65, 40}}) {
+        SCOPED_TRACE(testing::Message() << w << "x" << h);
+        const ImageSize roi{w, h};
+        std::vector<float> sse2;
+        vt::ForEachLevel([&] {
+            GuardedPlane image = Textured(w, h, 2);
+            LocalLaplacian_Rgba128F(image.As<float>(), image.step(), &roi, 0.7f, 0, 8);
+            std::vector<float> got;
+            for (int y = 0; y < h; ++y) got.insert(got.end(), image.RowAs<float>(y), image.RowAs<float>(y) + 4 * w);
+            if (sse2.empty()) sse2 = got;
+            for (size_t i = 0; i < got.size(); ++i) ASSERT_TRUE(vt::Same(got[i], sse2[i], 0)) << "float " << i;
+        });
+    }
 }
 
 }  // namespace

@@ -166,7 +166,7 @@ const Command kCommands[] = {
      true, Convert},
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
-     "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SPEC]",
+     "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SHAPE]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"

@@ -5,7 +5,7 @@
 //
 // The destination pointer is the region's first pixel; x and y only give the image coordinates
 // of that pixel. A row is written in groups of four floats from column 0 while the group's first
-// column is inside the width: up to three floats past the width are written (overrun, by design).
+// column is inside the width: up to three floats past the width are written (the documented overrun).
 // The wide bodies write B's lanes while whole groups remain and finish the row four at a time.
 // Each request picks a body specialised by its mode and inversion, so inner loops do not branch.
 #pragma once

@@ -17,4 +17,11 @@ inline bool Worthwhile(const void* src, const void* dst, int64_t dst_bytes) {
     return src != dst && dst_bytes >= kMinBytes;
 }
 
+// Worthwhile, for a kernel that streams four floats at a time from each row's start: only where
+// every row of the destination starts 16-byte aligned, which callers are not asked for.
+inline bool WorthwhileRows(const void* src, const void* dst, int32_t dst_step, int64_t dst_bytes) {
+    const bool aligned = ((reinterpret_cast<uintptr_t>(dst) | static_cast<uint32_t>(dst_step)) & 15u) == 0;
+    return aligned && Worthwhile(src, dst, dst_bytes);
+}
+
 }  // namespace velmora::stream

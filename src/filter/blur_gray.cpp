@@ -64,10 +64,8 @@ void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_
     const int32_t r = radius;
     const __m128 inv = v4::Set1(1.0f / static_cast<float>(2 * r + 1));
     // Each round writes 64 bytes into every destination row, a whole line apart from the next
-    // row's: on a large destination, streaming them saves reading every line in first. Only
-    // where the destination's rows keep 16-byte alignment, which callers are not asked for.
-    const bool streamed = stream::Worthwhile(src, dst, int64_t{width} * height * 4) &&
-                          ((reinterpret_cast<uintptr_t>(dst) | static_cast<uint32_t>(dst_step)) & 15) == 0;
+    // row's: on a large destination, streaming them saves reading every line in first.
+    const bool streamed = stream::WorthwhileRows(src, dst, dst_step, int64_t{width} * height * 4);
     for (int32_t y = 0; y < height; y += 4 * kGroups) {
         const int32_t n = std::min(4 * kGroups, height - y);
         const int groups = (n + 3) / 4;

@@ -25,15 +25,19 @@ int32_t RemapPixels(const float* l, int32_t x, int32_t width, float alpha, float
     alignas(64) float g[B::size * kParts];
     for (size_t i = 0; i < B::size * kParts; ++i) g[i] = kRemapSamples[i % 8];
     const B a(alpha), k(-20.0f);
-    for (; x + kPixels <= width; x += kPixels)
-        for (int32_t part = 0; part < kParts; ++part) {
+    for (; x + kPixels <= width; x += kPixels) {
+        B L(l[x]);
+        if constexpr (kPixels > 1) {
             alignas(64) float lanes[B::size];
             for (size_t i = 0; i < B::size; ++i) lanes[i] = l[x + static_cast<int32_t>(i / 8)];
-            const B L = B::load_aligned(lanes);
+            L = B::load_aligned(lanes);
+        }
+        for (int32_t part = 0; part < kParts; ++part) {
             const B d = L - B::load_aligned(g + part * B::size);
             const B w = XMVectorExp2((d * d) * k);
             (L + (a * d) * w).store_unaligned(r + 8 * x + part * static_cast<int32_t>(B::size));
         }
+    }
     return x;
 }
 

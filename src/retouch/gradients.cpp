@@ -4,7 +4,6 @@
 // smoothstep or Gaussian falloff, inside or outside). The bodies are in gradients_body.h; the
 // exports pick the widest level the processor has.
 #include "core/cpu.h"
-#include "core/frame.h"
 #include "retouch/gradients_body.h"
 
 namespace velmora::retouch::gradients {

@@ -60,9 +60,8 @@ template <class B, class Value>
     using B4 = xsimd::batch<float, xsimd::sse2>;
     constexpr int32_t kLanes = static_cast<int32_t>(B::size);
     const int32_t width = q.region[2], height = q.region[3];
-    const bool aligned = ((reinterpret_cast<uintptr_t>(q.dst) | static_cast<uint32_t>(q.step)) & 15u) == 0;
     const int64_t bytes = int64_t{std::max(width, 0)} * 4 * std::max(height, 0);
-    const bool streaming = aligned && stream::Worthwhile(nullptr, q.dst, bytes);
+    const bool streaming = stream::WorthwhileRows(nullptr, q.dst, q.step, bytes);
     const int32_t written = width > 0 ? (width + 3) / 4 * 4 : 0;
     const float x0 = static_cast<float>(q.region[0]);
     const B lane_x = B(x0) + Iota<B>();

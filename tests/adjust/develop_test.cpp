@@ -13,8 +13,10 @@
 #include <vector>
 
 #include "adjust/local_map.h"
+#include "adjust/edge_pixels.h"
 #include "reference/develop.h"
 #include "support/compare.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
 
@@ -128,16 +130,6 @@ struct Image {
         return plane.OnlyRowsChanged(before, vt::RowBytes(shape.width, 4, 16));
     }
 
-    ::testing::AssertionResult Equals(const std::vector<float>& want) const {
-        for (int y = 0; y < shape.height; ++y) {
-            const float* got = plane.RowAs<float>(y);
-            for (int64_t i = 0; i < int64_t{shape.width} * 4; ++i)
-                if (vt::UlpDistance(got[i], want[static_cast<size_t>(y * shape.width * 4 + i)]) != 0)
-                    return ::testing::AssertionFailure() << "row " << y << " element " << i;
-        }
-        return ::testing::AssertionSuccess();
-    }
-
     std::vector<float> Region() const {
         std::vector<float> out;
         for (int y = 0; y < shape.height; ++y)
@@ -199,36 +191,6 @@ TEST(DevelopPass, EveryFlagCombinationMatchesReference) {
             ASSERT_EQ(Develop(img, a), StatusOk);
             ASSERT_TRUE(img.MatchesReference(a));
         }
-}
-
-TEST(DevelopPass, SaturationAloneIsExactUnclampedAndMovesTheFourthLane) {
-    std::mt19937 rng(611);
-    for (const vt::Shape& s : vt::RandomShapes(612, 60)) {
-        SCOPED_TRACE(vt::Describe(s));
-        Params a;
-        a.p[kSat].amount = std::uniform_real_distribution<float>(-1.0f, 1.5f)(rng);
-        a.p[kExp].amount = OffAmount(rng);
-        Image img(s);
-        ASSERT_EQ(Develop(img, a), StatusOk);
-        // No transcendental function on this road: the reference's order of operations is the
-        // library's, so the result is exact.
-        const std::vector<float> want = img.Reference(a);
-        ASSERT_TRUE(img.Equals(want));
-        EXPECT_TRUE(s.width <= 0 || s.height <= 0 ? img.plane.Unchanged(img.before)
-                                                  : img.plane.OnlyRowsChanged(img.before, vt::RowBytes(s.width, 4, 16)));
-    }
-    // A saturated red at saturation 1 leaves [0, 1] both ways, and L moves away from Y as well.
-    vt::Shape one{1, 1};
-    Image img(one);
-    float* px = img.data();
-    px[0] = 0.9f, px[1] = 0.05f, px[2] = 0.02f, px[3] = 0.4f;
-    Params a;
-    a.p[kSat].amount = 1.0f;
-    Develop(img, a);
-    const float lum = 0.28804f * 0.9f + 0.711874f * 0.05f + 8.6e-05f * 0.02f;
-    EXPECT_GT(px[0], 1.0f);
-    EXPECT_LT(px[1], 0.0f);
-    EXPECT_FLOAT_EQ(px[3], lum + (0.4f - lum) * 2.0f);
 }
 
 // A random local plane in [-range, range], one value in eight 0.
@@ -301,56 +263,6 @@ TEST(DevelopPass, ThresholdsDecideWhatRuns) {
     EXPECT_NE(develop(Params{}), input);  // all off still round-trips through the sRGB curve
 }
 
-// A shadows map whose values the pass ignores selects the masked pass; with no black level and
-// amounts past both thresholds it develops exactly as the specialised loop does.
-TEST(DevelopPass, MaskedPassWithoutLocalValuesEqualsTheSpecialisedLoop) {
-    std::mt19937 rng(631);
-    for (const vt::Shape& s : vt::RandomShapes(632, 30, 70, 4)) {
-        SCOPED_TRACE(vt::Describe(s));
-        if (s.width <= 0 || s.height <= 0) continue;
-        Params a;
-        for (int k = 0; k < 7; ++k) a.p[k].amount = rng() % 3 ? OnAmount(rng, k) : 0.0f;
-        a.p[kCon].amount = OnAmount(rng, kCon);  // never the saturation-only loop
-        Image plain(s), masked(s);
-        Develop(plain, a);
-        std::vector<float> unused(size_t(s.width) * s.height, 0.75f);
-        a.p[kSha].localMap = unused.data();
-        Develop(masked, a);
-        EXPECT_TRUE(masked.Equals(plain.Region()));
-    }
-}
-
-TEST(DevelopPass, BlackLevelIsSubtractedAndNotAddedBack) {
-    // All off, masked: the gain of a pixel is (N + eps) / (Y + eps) of the offset pixel, about 1.
-    const vt::Shape s{4, 1};
-    Image img(s);
-    float* px = img.data();
-    for (int i = 0; i < 16; ++i) px[i] = 0.5f;
-    std::vector<float> zeros(4, 0.0f);
-    Params a;
-    a.p[kHig].localMap = zeros.data();
-    a.black = 0.1f;
-    Develop(img, a);
-    for (int i = 0; i < 16; ++i) EXPECT_NEAR(px[i], 0.4f, 2e-6f) << i;
-}
-
-TEST(DevelopPass, BlackPixelsGetAFiniteGain) {
-    const vt::Shape s{8, 1};
-    Image img(s);
-    float* px = img.data();
-    for (int i = 0; i < 8; ++i) {
-        px[4 * i + 0] = px[4 * i + 1] = px[4 * i + 2] = 0.0f;  // Y = 0
-        px[4 * i + 3] = 0.05f * static_cast<float>(i);
-    }
-    Params a;
-    a.p[kBri].amount = -0.8f;
-    a.p[kSha].amount = 0.6f;
-    img.Refresh();
-    Develop(img, a);
-    for (int i = 0; i < 32; ++i) EXPECT_TRUE(std::isfinite(px[i])) << i;
-    EXPECT_TRUE(img.MatchesReference(a));
-}
-
 // Contrast from 2 up pushes the base of bright pixels past 1 (at 2 by a rounding step, beyond by
 // more) and of dark ones below 0. The tone weights' (1 - b)^1.6 and b^1.6 then took the logarithm
 // of a negative number: the NaN became 0 in the clamp of the new luminance and clipped whites came
@@ -385,22 +297,32 @@ TEST(DevelopPass, Regression_BasePastWhiteKeepsToneWeightsFinite) {
             }
 }
 
-TEST(DevelopPass, ExposureScalesLinearLightUpToWhite) {
-    // With everything else off, a pixel's result is its gain from the developed luminance:
-    // positive exposure stops at white, negative exposure scales until the [0, 1] clamp.
-    const vt::Shape s{4, 1};
-    for (float stops : {2.0f, -1.0f}) {
-        Image img(s);
-        float* px = img.data();
-        const float grey[4] = {0.2f, 0.6f, 0.9f, 0.05f};
-        for (int i = 0; i < 4; ++i) px[4 * i] = px[4 * i + 1] = px[4 * i + 2] = px[4 * i + 3] = grey[i];
+// Every level against the SSE2 body, bit for bit, on edge-value pixels: random flags with amounts
+// on and off both thresholds, and half the shapes on the masked pass with maps and black levels.
+TEST(DevelopPass, EveryLevelMatchesSse2) {
+    std::mt19937 rng(731);
+    for (const vt::Shape& s : vt::RandomShapes(732, vt::Scaled(1000), 70, 6)) {
         Params a;
-        a.p[kExp].amount = stops;
-        Develop(img, a);
-        for (int i = 0; i < 4; ++i) {
-            const float want = std::min(grey[i] * std::exp2(stops), 1.0f);
-            for (int c = 0; c < 4; ++c) EXPECT_NEAR(px[4 * i + c], want, 1e-5f) << i;
+        const unsigned flags = rng() % 128;
+        for (int k = 0; k < 7; ++k) a.p[k].amount = (flags >> k) & 1 ? OnAmount(rng, k) : OffAmount(rng);
+        std::vector<std::unique_ptr<vt::LocalMap>> maps;
+        if (rng() % 2) {
+            const int forced = static_cast<int>(rng() % 7);
+            for (int k = 0; k < 7; ++k)
+                if (k == forced || rng() % 3 == 0) {
+                    maps.push_back(RandomMap(s, rng, k == kExp ? 3.0f : 1.0f));
+                    a.p[k].localMap = maps.back()->data();
+                }
+            a.black = std::uniform_real_distribution<float>(-0.01f, 0.2f)(rng);
         }
+        SCOPED_TRACE(vt::Describe(s) + " " + Describe(a));
+        const ImageSize roi{s.width, s.height};
+        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, vt::RowBytes(s.width, 4, 16), vt::EdgePixels{}, [&](const vt::GuardedPlane& plane) {
+            const auto p = a.ptr();
+            ASSERT_EQ(ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(plane.As<float>(), plane.step(), &roi, p[0], p[1], p[2], p[3],
+                                                            p[4], p[5], p[6], 0, 0, 0, a.black, 0, 0, 0),
+                      StatusOk);
+        }));
     }
 }
 

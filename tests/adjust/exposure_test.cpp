@@ -5,8 +5,10 @@
 #include <random>
 #include <vector>
 
+#include "adjust/edge_pixels.h"
 #include "reference/exposure.h"
 #include "support/compare.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
 
@@ -112,20 +114,6 @@ TEST_P(SourceToDestination, MatchesReferenceOnRandomShapes) {
         EXPECT_TRUE(dst.Matches(s, want, c.ulps)) << "amount " << amount;
         EXPECT_TRUE(dst.plane.OnlyRowsChanged(dst_before, PixelBytes(s)));
         EXPECT_TRUE(src.plane.Unchanged(src_before));
-    }
-}
-
-TEST_P(SourceToDestination, WorksInPlace) {
-    const SrcDstCase& c = GetParam();
-    for (const Shape& s : vt::RandomShapes(602, 20)) {
-        SCOPED_TRACE(vt::Describe(s));
-        Image image(s, s.pad_src);
-        std::vector<float> want = image.Pixels(s);
-        const float amount = 0.375f;
-        ForEachPixel(s, want, [&](ref::Pixel& p, int, int) { c.reference(p, amount); });
-        const ImageSize roi{s.width, s.height};
-        c.call(image.data(), image.step(), image.data(), image.step(), &roi, amount);
-        EXPECT_TRUE(image.Matches(s, want, c.ulps));
     }
 }
 
@@ -259,85 +247,6 @@ TEST(SelectiveExposure, RejectsStepsThatAreNotWholeMultiplesOf64) {
     }
 }
 
-TEST(SelectiveExposure, AllAmountsZeroLeavesEveryBitAlone) {
-    for (const Shape& s : vt::RandomShapes(607, 30)) {
-        SCOPED_TRACE(vt::Describe(s));
-        const LocalMap zeros(s, 0.0f, 0.0f);
-        const ImageSize roi{s.width, s.height};
-        CheckInPlace(
-            s, 64, 0,
-            [&](float* data, int32_t step) {
-                const ExposureParameter e{0.0f, zeros.data(), zeros.step(), {0, 0}};
-                ImageAdjustExposureSelective_Rgba128F_SSE2(data, step, &roi, e, 0, 0, 0, 0, 0);
-            },
-            [](ref::Pixel&, int, int) {});
-    }
-}
-
-// Stops each band gives a grey ramp (R = G = B, so the luminance is the grey value), one band at
-// +1 stop at a time: where it peaks, that it stays within 0 and 1 stop, and that it varies smoothly.
-TEST(SelectiveExposure, BandsActWhereAPhotographerExpects) {
-    constexpr int kSteps = 257;
-    std::vector<float> ramp(4 * kSteps);
-    std::vector<double> tone(kSteps);
-    for (int i = 0; i < kSteps; ++i) {
-        tone[i] = i / 256.0;  // evenly spaced in encoded tone, the scale the bands are laid on
-        const double t = tone[i];
-        const float v = static_cast<float>(t <= 0.04045 ? t / 12.92 : std::pow((t + 0.055) / 1.055, 2.4));
-        for (int c = 0; c < 4; ++c) ramp[4 * i + c] = std::max(v, 1e-6f);
-    }
-    struct Band {
-        const char* name;
-        int index;
-        double peak_lo, peak_hi;
-    };
-    for (const Band band : {Band{"blacks", 0, 0.0, 0.0}, Band{"shadows", 1, 0.18, 0.28}, Band{"midtones", 2, 0.5, 0.5},
-                            Band{"highlights", 3, 0.72, 0.82}, Band{"whites", 4, 1.0, 1.0}}) {
-        SCOPED_TRACE(band.name);
-        float amounts[5] = {};
-        amounts[band.index] = 1.0f;
-        std::vector<float> out = ramp;
-        const ImageSize roi{kSteps, 1};
-        const ExposureParameter e{0.0f, nullptr, 0, {0, 0}};
-        ASSERT_EQ(ImageAdjustExposureSelective_Rgba128F_SSE2(out.data(), 64 * 20, &roi, e, amounts[0], amounts[1],
-                                                             amounts[2], amounts[3], amounts[4]),
-                  StatusOk);
-        int peak = 0;
-        std::vector<double> stops(kSteps);
-        for (int i = 0; i < kSteps; ++i) {
-            stops[i] = std::log2(double(out[4 * i]) / ramp[4 * i]);
-            EXPECT_GE(stops[i], -1e-6) << "tone " << tone[i];
-            EXPECT_LE(stops[i], 1.0 + 1e-6) << "tone " << tone[i];
-            if (stops[i] > stops[peak]) peak = i;
-            if (i > 0) EXPECT_LT(std::fabs(stops[i] - stops[i - 1]), 0.04) << "jump at tone " << tone[i];
-        }
-        EXPECT_GE(tone[peak], band.peak_lo);
-        EXPECT_LE(tone[peak], band.peak_hi);
-        // A band leaves the far end of the range nearly alone.
-        const double farthest = band.index < 2 ? stops[kSteps - 1] : band.index > 2 ? stops[0] : std::max(stops[0], stops[kSteps - 1]);
-        EXPECT_LT(farthest, 0.02);
-    }
-}
-
-// ---- Stated values ---------------------------------------------------------------------------
-
-TEST(StatedValues, ExposureZeroKeepsAndMinusOneHalvesEveryLane) {
-    const float pixel[8] = {0.2f, 0.7f, 1.3f, 0.5f, -0.1f, 0.0f, 1.0f, 0.25f};
-    const ImageSize roi{2, 1};
-    for (SrcDstKernel k : {ImageAdjustExposure_Rgba128F, ImageAdjustExposure_Rgba128F_SSE2}) {
-        float out[8];
-        k(pixel, 32, out, 32, &roi, 0.0f);
-        for (int i = 0; i < 8; ++i) EXPECT_EQ(out[i], pixel[i]);
-        k(pixel, 32, out, 32, &roi, -1.0f);
-        for (int i = 0; i < 8; ++i) EXPECT_EQ(out[i], pixel[i] / 2);
-    }
-    float image[8];
-    std::copy(pixel, pixel + 8, image);
-    const ExposureParameter e{-1.0f, nullptr, 0, {0, 0}};
-    ImageAdjustExposureEtc_Rgba128F_SSE2(image, 32, 2, 1, e, e, 0, 0);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(image[i], pixel[i] / 2);
-}
-
 TEST(StatedValues, LevelsStretchesBlackToWhite) {
     float image[8] = {0.1f, 0.5f, 0.95f, 0.0f, NAN, 0.9f, 2.0f, -1.0f};
     const ImageSize roi{2, 1};
@@ -352,41 +261,46 @@ TEST(StatedValues, LevelsStretchesBlackToWhite) {
     EXPECT_EQ(image[7], 0.0f);
 }
 
-TEST(StatedValues, BrightnessKeepsBlackAndTheScalarKernelIgnoresTheAmount) {
-    const float pixels[8] = {0.0f, 0.0f, 0.0f, 0.7f, 0.3f, 0.4f, 0.2f, 0.9f};
-    const ImageSize roi{2, 1};
-    for (SrcDstKernel k : {ImageAdjustBrightness_Rgba128F, ImageAdjustBrightness_Rgba128F_SSE2}) {
-        float out[8];
-        k(pixels, 32, out, 32, &roi, 0.8f);
-        for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], pixels[i]) << "gain on black is exactly 1";
-    }
-    // Whatever the amount, the scalar kernel squares the lightness: the second pixel darkens.
-    float a[8], b[8];
-    ImageAdjustBrightness_Rgba128F(pixels, 32, a, 32, &roi, -1.0f);
-    ImageAdjustBrightness_Rgba128F(pixels, 32, b, 32, &roi, 1.0f);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(a[i], b[i]);
-    EXPECT_LT(a[4], pixels[4]);
-    // The vector kernel with amount 0 is the identity up to its polynomials' accuracy; +1 darkens,
-    // -1 brightens (L^(2^amount) with L below 1).
-    float same[8], dark[8], bright[8];
-    ImageAdjustBrightness_Rgba128F_SSE2(pixels, 32, same, 32, &roi, 0.0f);
-    ImageAdjustBrightness_Rgba128F_SSE2(pixels, 32, dark, 32, &roi, 1.0f);
-    ImageAdjustBrightness_Rgba128F_SSE2(pixels, 32, bright, 32, &roi, -1.0f);
-    for (int i = 4; i < 8; ++i) {
-        EXPECT_NEAR(same[i], pixels[i], 2e-3f * pixels[i]);
-        EXPECT_LT(dark[i], pixels[i]);
-        EXPECT_GT(bright[i], pixels[i]);
+// Every level against the SSE2 body, bit for bit, on edge-value pixels.
+// In place, which the kernel allows; amounts of either sign, large and tiny.
+TEST(ExposureLevels, BrightnessEveryLevelMatchesSse2) {
+    std::mt19937 rng(761);
+    for (const vt::Shape& s : vt::RandomShapes(762, vt::Scaled(500))) {
+        SCOPED_TRACE(vt::Describe(s));
+        const ImageSize roi{s.width, s.height};
+        const float amount = std::uniform_real_distribution<float>(-3.0f, 3.0f)(rng);
+        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, vt::RowBytes(s.width, 1, 16), vt::EdgePixels{},
+                                              [&](const vt::GuardedPlane& plane) {
+                                                  ImageAdjustBrightness_Rgba128F_SSE2(plane.As<float>(), plane.step(),
+                                                                                      plane.As<float>(), plane.step(),
+                                                                                      &roi, amount);
+                                              }));
     }
 }
 
-TEST(StatedValues, SaturationMinusOneTurnsEveryLaneIntoLuminance) {
-    float image[8] = {0.9f, 0.1f, 0.3f, 1.0f, 0.2f, 0.6f, 0.05f, 0.4f};
-    const float y0 = ref::ProPhotoY(*reinterpret_cast<ref::Pixel*>(image));
-    const float y1 = ref::ProPhotoY(*reinterpret_cast<ref::Pixel*>(image + 4));
-    ImageAdjustSaturation_Rgba128F_SSE2(image, 32, 2, 1, -1.0f, 0.0f, nullptr, 0);
-    for (int c = 0; c < 4; ++c) {
-        EXPECT_EQ(image[c], y0);
-        EXPECT_EQ(image[4 + c], y1);
+// Random band amounts, a global amount, and a local plane of its own step (every other shape),
+// on image steps that are whole multiples of 64 bytes as the kernel requires.
+TEST(ExposureLevels, SelectiveEveryLevelMatchesSse2) {
+    std::mt19937 rng(771);
+    for (vt::Shape s : vt::RandomShapes(772, vt::Scaled(500))) {
+        const int64_t row_bytes = vt::RowBytes(s.width, 1, 16);
+        s.pad_dst = static_cast<int>((64 - row_bytes % 64) % 64);
+        SCOPED_TRACE(vt::Describe(s));
+        std::uniform_real_distribution<float> stops(-2.0f, 2.0f);
+        const float bands[5] = {stops(rng), stops(rng), stops(rng), stops(rng), stops(rng)};
+        const int32_t local_step = vt::StepFor(s, int64_t{std::max(s.width, 0)} * 4, s.pad_src, 4);
+        vt::GuardedPlane local(int64_t{std::max(s.width, 0)} * 4, std::max(s.height, 0), local_step,
+                               rng() % 2 ? vt::Placement::End : vt::Placement::Start, 4);
+        local.FillRows<float>([&](int, int64_t) { return std::uniform_real_distribution<float>(-4.0f, 4.0f)(rng); });
+        const bool with_map = rng() % 2 == 0;
+        const ExposureParameter exposure{stops(rng), with_map ? local.As<float>() : nullptr, local_step, {0, 0}};
+        const ImageSize roi{s.width, s.height};
+        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, row_bytes, vt::EdgePixels{}, [&](const vt::GuardedPlane& plane) {
+            const StatusCode expected = plane.step() % 64 == 0 ? StatusOk : StatusFailure;
+            ASSERT_EQ(ImageAdjustExposureSelective_Rgba128F_SSE2(plane.As<float>(), plane.step(), &roi, exposure,
+                                                                  bands[0], bands[1], bands[2], bands[3], bands[4]),
+                      expected);
+        }));
     }
 }
 

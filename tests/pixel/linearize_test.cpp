@@ -133,31 +133,6 @@ TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
     }
 }
 
-// Every table size from 2 to 4096 with the table's last entry against a guard page, on a row
-// holding the top code, its neighbours and zero in every channel: the sizes whose top code
-// would round onto n - 1 must not read T[n], every other size gives exactly the plain formula.
-TEST_P(LinearizingLoader, EveryTableSizeStaysInsideTheTable) {
-    const Case& c = GetParam();
-    const int width = 16, top = c.layout.sixteen ? 65535 : 255;
-    vt::GuardedPlane src(int64_t{width} * c.layout.pixel_bytes, 1, width * c.layout.pixel_bytes, vt::Placement::End, 1);
-    vt::GuardedPlane dst(int64_t{width} * DstPixelBytes(c), 1, width * DstPixelBytes(c), vt::Placement::End, 1);
-    const int codes[] = {top, top - 1, 0, top, top - 2, top / 2, top, 1};
-    const int elements = width * c.layout.pixel_bytes / SrcElementBytes(c);
-    for (int i = 0; i < elements; ++i) {
-        const int code = codes[i % std::size(codes)];
-        if (c.layout.sixteen)
-            src.As<uint16_t>()[i] = static_cast<uint16_t>(code);
-        else
-            src.As<uint8_t>()[i] = static_cast<uint8_t>(code);
-    }
-    std::mt19937 rng(4);
-    for (int n = 2; n <= 4096; ++n) {
-        SCOPED_TRACE(testing::Message() << "n " << n);
-        const GuardedArray<float> table(RandomTable(n, rng));
-        ASSERT_TRUE(LoadMatches(c, src, dst, width, 1, table.data(), n, kMixing));
-    }
-}
-
 // Fewer than two entries: the region is cleared to zero (exactly width pixels) and the source,
 // table and matrix are never read; here all three point into a no-access page.
 TEST_P(LinearizingLoader, TableOfFewerThanTwoEntriesClearsTheRegionReadingNothing) {
@@ -185,23 +160,6 @@ TEST_P(LinearizingLoader, TableOfFewerThanTwoEntriesClearsTheRegionReadingNothin
 
 INSTANTIATE_TEST_SUITE_P(AllFormats, LinearizingLoader, ::testing::ValuesIn(kCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-// Runs a loader on one packed row of `width` pixels (already a block multiple).
-template <class Out>
-std::vector<Out> LoadPacked(Loader call, const std::vector<uint8_t>& src, int width, int dst_pixel_bytes,
-                            const std::vector<float>& table, const float* matrix) {
-    std::vector<Out> out(size_t(width) * dst_pixel_bytes / sizeof(Out));
-    const ImageSize roi{width, 1};
-    call(src.data(), static_cast<int32_t>(src.size()), out.data(), width * dst_pixel_bytes, &roi, table.data(),
-         static_cast<int32_t>(table.size()), matrix);
-    return out;
-}
-
-std::vector<float> Ramp(int n) {
-    std::vector<float> t(n);
-    for (int i = 0; i < n; ++i) t[i] = static_cast<float>(i) / static_cast<float>(n - 1);
-    return t;
-}
 
 // Every code of both depths through every table size from 2 to 4096 and 65536, against the
 // formula with the neighbours' indices bounded (where single precision puts a code on n - 1 the
@@ -242,63 +200,6 @@ TEST(LinearizingProperties, EveryCodeOfEveryTableSizeIsTheFormula) {
     EXPECT_FALSE(rl::TopCodeReachesEnd(256, false));
     EXPECT_TRUE(rl::TopCodeReachesEnd(4096, false));
     EXPECT_TRUE(rl::TopCodeReachesEnd(65536, true));
-}
-
-// Sources without alpha load exactly 1.0 / 65535; a negative matrix keeps negative floats and
-// clamps 16-bit outputs to 0.
-TEST(LinearizingProperties, OpaqueAlphaAndNegativeOutputs) {
-    const float negate[9] = {-1, 0, 0, 0, -1, 0, 0, 0, -1};
-    const auto table = Ramp(256);
-    const std::vector<uint8_t> src = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120};
-    const auto f = LoadPacked<float>(ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4, src, 4, 16, table, negate);
-    const auto w = LoadPacked<uint16_t>(ImageToLinearRGB_Bgr24_Rgba64_SSE2_X4, src, 4, 8, table, negate);
-    for (int px = 0; px < 4; ++px) {
-        EXPECT_EQ(f[px * 4 + 3], 1.f);
-        EXPECT_EQ(w[px * 4 + 3], 65535);
-        for (int ch = 0; ch < 3; ++ch) {
-            EXPECT_LT(f[px * 4 + ch], 0.f);
-            EXPECT_EQ(w[px * 4 + ch], 0);
-        }
-    }
-}
-
-// Grey loads exactly as the same grey from a colour source; Bgr32 is the Bgra32 loader; the two
-// premultiplied generations differ in alpha only, by at most one ulp; 16-bit alpha survives
-// the float path unchanged.
-TEST(LinearizingProperties, MembersAgreeWhereTheyShould) {
-    std::mt19937 rng(9);
-    const auto table = RandomTable(777, rng);
-    std::vector<uint8_t> gray(256), bgr(256 * 3), bgra(256 * 4);
-    for (int i = 0; i < 256; ++i) {
-        gray[i] = static_cast<uint8_t>(i);
-        for (int ch = 0; ch < 3; ++ch) bgr[i * 3 + ch] = static_cast<uint8_t>(i);
-        for (int ch = 0; ch < 4; ++ch) bgra[i * 4 + ch] = static_cast<uint8_t>(rng());
-    }
-    EXPECT_EQ(LoadPacked<float>(ImageToLinearRGB_Gray8_Rgba128F_SSE2_X16, gray, 256, 16, table, kMixing),
-              LoadPacked<float>(ImageToLinearRGB_Bgr24_Rgba128F_SSE2_X4, bgr, 256, 16, table, kMixing));
-    EXPECT_EQ(LoadPacked<float>(ImageToLinearRGB_Bgr32_Rgba128F_SSE2_X4, bgra, 256, 16, table, kMixing),
-              LoadPacked<float>(ImageToLinearRGB_Bgra32_Rgba128F_SSE2_X4, bgra, 256, 16, table, kMixing));
-
-    for (int i = 0; i < 256; ++i) bgra[i * 4 + 3] = static_cast<uint8_t>(i);
-    const auto first = LoadPacked<float>(ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, bgra, 256, 16, table, kMixing);
-    const auto second = LoadPacked<float>(_ImageToLinearRGB_Pbgra32_Prgba128F_SSE2_X4, bgra, 256, 16, table, kMixing);
-    int alpha_differs = 0;
-    for (int i = 0; i < 256 * 4; ++i) {
-        if (i % 4 != 3) {
-            ASSERT_EQ(first[i], second[i]) << i;
-        } else {
-            alpha_differs += first[i] != second[i];
-            EXPECT_LE(vt::UlpDistance(first[i], second[i]), 1) << i;
-        }
-    }
-    EXPECT_GT(alpha_differs, 0);
-
-    std::vector<uint16_t> words(65536 * 4);
-    for (int a = 0; a < 65536; ++a) words[a * 4 + 3] = static_cast<uint16_t>(a);
-    std::vector<uint8_t> bytes(words.size() * 2);
-    std::memcpy(bytes.data(), words.data(), bytes.size());
-    const auto out = LoadPacked<uint16_t>(ImageToLinearRGB_Rgba64_SSE2_X2, bytes, 65536, 8, Ramp(2), kIdentity);
-    for (int a = 0; a < 65536; ++a) ASSERT_EQ(out[a * 4 + 3], a);
 }
 
 // The in-place member: optional direct table, matrix, signed saturation, alpha untouched.
@@ -342,17 +243,6 @@ TEST(LinearizeInPlace, MatchesReferenceOnRandomShapes) {
         EXPECT_TRUE(InPlaceMatches(s, index % 2 ? table16.data() : nullptr, matrix.data()));
         ++index;
     }
-}
-
-// Written down by hand: the ends of the signed range, alpha's 16 bits kept.
-TEST(LinearizeInPlace, SaturatesToTheSignedEnds) {
-    const float swap_and_scale[9] = {0.f, 0.f, -1.f, 0.f, 2.f, 0.f, 1.f, 0.f, 0.f};  // R' = B, G' = 2G, B' = -R
-    uint16_t px[4] = {5, 20000, 7, 65535};
-    ASSERT_EQ(SSE_Linearize_Rgba64_VecX2(px, 8, 1, 1, nullptr, swap_and_scale), StatusOk);
-    EXPECT_EQ(px[0], 7);
-    EXPECT_EQ(px[1], 32767);   // 40000 saturates
-    EXPECT_EQ(px[2], 0x8000);  // -5 stores the most negative code
-    EXPECT_EQ(px[3], 65535);
 }
 
 // The team's size must not change a single word. The thread count is set through the OpenMP

@@ -1,6 +1,6 @@
 // sRGB transfer kernels: every export on guarded random shapes against the references of
 // reference/srgb.h, the rectangle arguments of the _Lut pair, branch thresholds and special
-// values, and the error bounds of the interpolated tables against the double-precision curves.
+// values, and every level of the formula kernels against their SSE2 bodies.
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -12,6 +12,7 @@
 
 #include "reference/srgb.h"
 #include "support/compare.h"
+#include "support/dispatch.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
 
@@ -146,121 +147,37 @@ TEST(SrgbLut, ConvertsExactlyTheRectangleInPlace) {
     }
 }
 
-// One pixel through an export: the four lanes in, the four lanes out.
-template <RoiKernel K>
-std::vector<float> Pixel(std::vector<float> lanes) {
-    const ImageSize roi{1, 1};
-    K(lanes.data(), 16, &roi);
-    return lanes;
-}
-template <RoiKernel K>
-float Value(float v) {
-    return Pixel<K>({v, v, v, v})[0];
-}
-
+// The formula kernels' branch thresholds, where a few ulps of tolerance would hide the wrong
+// branch: strictly below 0.0031308 encodes linearly, up to and including 0.04045 decodes
+// linearly, and neither clamps.
 TEST(SrgbFormula, BranchesAtTheThresholdsWithoutClamping) {
-    constexpr auto encode = Value<XMImageRGBToSRGB_Rgb128F_SSE2>;
-    constexpr auto decode = Value<XMImageSRGBToRGB_Rgb128F_SSE2>;
-    // Encoding: strictly below 0.0031308 is linear, the threshold itself takes the power branch.
-    const float below = std::nextafter(0.0031308f, 0.0f);
-    EXPECT_EQ(encode(below), below * 12.92f);
-    EXPECT_NE(encode(0.0031308f), 0.0031308f * 12.92f);
-    EXPECT_NEAR(encode(0.0031308f), 0.040450, 1e-6);
-    // Decoding: up to and including 0.04045 is linear, strictly above takes the power branch.
-    EXPECT_EQ(decode(0.04045f), 0.04045f * 0.07739938f);
-    const float above = std::nextafter(0.04045f, 1.0f);
-    EXPECT_NE(decode(above), above * 0.07739938f);
-    EXPECT_LE(vt::UlpDistance(decode(above), static_cast<float>(ref::DecodeCurve(above))), 17);
-    // 0 and 1 land on the ends; e^(ln x) keeps 1 within a few steps of 1.
-    EXPECT_EQ(encode(0.0f), 0.0f);
-    EXPECT_EQ(decode(0.0f), 0.0f);
-    EXPECT_LE(vt::UlpDistance(encode(1.0f), 1.0f), 2);
-    EXPECT_LE(vt::UlpDistance(decode(1.0f), 1.0f), 2);
-    // No clamp: negatives follow the linear segment, values above 1 the power.
-    EXPECT_EQ(encode(-1.0f), -12.92f);
-    EXPECT_EQ(decode(-1.0f), -0.07739938f);
-    EXPECT_NEAR(encode(2.0f), 1.353, 1e-3);
-    EXPECT_NEAR(decode(2.0f), ref::DecodeCurve(2.0), 1e-5);
-    EXPECT_EQ(encode(kInf), kInf);
-    EXPECT_EQ(encode(-kInf), -kInf);
-    EXPECT_TRUE(std::isnan(encode(kNaN)));
-    EXPECT_TRUE(std::isnan(decode(kNaN)));
+    auto value = [](RoiKernel k, float v) {
+        float lanes[4] = {v, v, v, v};
+        const ImageSize roi{1, 1};
+        k(lanes, 16, &roi);
+        return lanes[0];
+    };
+    const RoiKernel encode = XMImageRGBToSRGB_Rgb128F_SSE2, decode = XMImageSRGBToRGB_Rgb128F_SSE2;
+    const float below = std::nextafter(0.0031308f, 0.0f), above = std::nextafter(0.04045f, 1.0f);
+    EXPECT_EQ(value(encode, below), below * 12.92f);
+    EXPECT_NE(value(encode, 0.0031308f), 0.0031308f * 12.92f);
+    EXPECT_EQ(value(decode, 0.04045f), 0.04045f * 0.07739938f);
+    EXPECT_NE(value(decode, above), above * 0.07739938f);
+    EXPECT_EQ(value(encode, -1.0f), -12.92f);
+    EXPECT_NEAR(value(encode, 2.0f), 1.353, 1e-3);
 }
 
-TEST(SrgbClamped, PowfAndTableEncodersClampEveryLaneAlphaIncluded) {
-    // The table's top entry is exactly 1; the powf encoder's top is 1.055 x 1 - 0.055 in float,
-    // one step below 1.
-    const float powf_top = 1.055f - 0.055f;
-    ASSERT_EQ(powf_top, 0.99999994f);
-    const struct {
-        std::vector<float> (*run)(std::vector<float>);
-        float top;
-    } encoders[] = {{Pixel<XMImageRGBToSRGB_Rgb128F_SSE2_2>, powf_top},
-                    {Pixel<XMImageRGBToSRGB_Rgb128F_SSE2_Curve>, 1.0f},
-                    {Pixel<XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2>, 1.0f}};
-    for (const auto& [encode, top] : encoders) {
-        EXPECT_EQ(encode({0.0f, 1.0f, -3.0f, 7.0f}), (std::vector<float>{0.0f, top, 0.0f, top}));
-        EXPECT_EQ(encode({2.0f, kNaN, -kInf, kInf}), (std::vector<float>{top, 0.0f, 0.0f, top}));
-        // Alpha 0.5 is encoded like the colours: about 0.7354, the table a little above (its
-        // curve is met at 0.5 x 1024/1023).
-        for (float lane : encode({0.5f, 0.5f, 0.5f, 0.5f})) EXPECT_NEAR(lane, 0.7354, 4e-4);
-    }
-    auto decode = Pixel<XMImageSRGBToRGB_Rgb128F_SSE2_Curve>;
-    EXPECT_EQ(decode({0.0f, 1.0f, -3.0f, 7.0f}), (std::vector<float>{0.0f, 1.0f, 0.0f, 1.0f}));
-    EXPECT_EQ(decode({2.0f, kNaN, -kInf, kInf}), (std::vector<float>{1.0f, 0.0f, 0.0f, 1.0f}));
-    // The vector encoder, unclamped, takes 2 past 1 and alpha along with colour.
-    EXPECT_EQ(Pixel<XMImageRGBToSRGB_Rgb128F_SSE2>({2.0f, 0.5f, 0.5f, 0.5f})[3], Value<XMImageRGBToSRGB_Rgb128F_SSE2>(0.5f));
-    EXPECT_NEAR(Value<XMImageRGBToSRGB_Rgb128F_SSE2>(0.5f), 0.735357, 1e-6);
-}
-
-TEST(SrgbCurve, SecondNameGivesIdenticalBitsForEveryKindOfInput) {
-    // Bit patterns spread over the whole float space (NaNs, infinities, denormals, both signs).
-    std::vector<float> a;
-    for (uint64_t u = 0; u <= 0xFFFFFFFFu; u += 1021) {
-        float f;
-        const uint32_t bits = static_cast<uint32_t>(u);
-        std::memcpy(&f, &bits, 4);
-        a.push_back(f);
-    }
-    a.resize(a.size() / 4 * 4);
-    std::vector<float> b = a;
-    const ImageSize roi{static_cast<int32_t>(a.size() / 4), 1};
-    XMImageRGBToSRGB_Rgb128F_SSE2_Curve(a.data(), static_cast<int32_t>(a.size() * 4), &roi);
-    XMImageRGBToSRGB_Rgb128F_SSE2_Curve_2(b.data(), static_cast<int32_t>(b.size() * 4), &roi);
-    EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * 4), 0);
-}
-
-// The table kernels against the double-precision curves over a dense sweep of [0, 1]. Two bounds
-// each, both the worst measured over every float in [0, 1]: against the curve at v x 1024/1023,
-// where the table's 1/1023 grid meets its index scale of 1023.9999, the error is the linear
-// interpolation's alone (largest where encoding bends just above its linear segment); against
-// the curve at v itself the stretch adds up to slope x v/1023 (largest near 1 for decoding).
-TEST(SrgbCurve, InterpolationStaysWithinItsErrorBound) {
-    const struct {
-        RoiKernel run;
-        double (*curve)(double);
-        double interpolation, total;
-    } kinds[] = {{XMImageRGBToSRGB_Rgb128F_SSE2_Curve, ref::EncodeCurve, 2.5e-4, 4.3e-4},
-                 {XMImageSRGBToRGB_Rgb128F_SSE2_Curve, ref::DecodeCurve, 5e-7, 2.23e-3}};
-    constexpr int kCount = 1 << 20;
-    std::vector<float> in(kCount);
-    for (int i = 0; i < kCount; ++i) in[i] = static_cast<float>(i) / (kCount - 1);
-    const double stretch = double{1023.9999f} / 1023.0;
-    for (const auto& kind : kinds) {
-        std::vector<float> out = in;
-        const ImageSize roi{kCount / 4, 1};
-        kind.run(out.data(), kCount * 4, &roi);
-        double interpolation = 0, total = 0;
-        for (int i = 0; i < kCount; ++i) {
-            interpolation = std::max(interpolation, std::fabs(out[i] - kind.curve(std::min(in[i] * stretch, 1.0))));
-            total = std::max(total, std::fabs(out[i] - kind.curve(in[i])));
+// Every level of the formula kernels against their SSE2 bodies, bit for bit.
+TEST(SrgbFormula, EveryLevelMatchesSse2) {
+    for (const RoiKernel kernel : {XMImageRGBToSRGB_Rgb128F_SSE2, XMImageSRGBToRGB_Rgb128F_SSE2})
+        for (const vt::Shape& s : vt::RandomShapes(721, 200)) {
+            SCOPED_TRACE(vt::Describe(s));
+            const ImageSize roi{s.width, s.height};
+            ASSERT_TRUE(vt::EveryLevelMatchesSse2(
+                s, vt::RowBytes(s.width, 1, 16),
+                [](std::mt19937& rng) { return vt::EdgeFloat(rng, 1.0f, {0.0031308f, 0.04045f}); },
+                [&](const vt::GuardedPlane& plane) { kernel(plane.As<float>(), plane.step(), &roi); }));
         }
-        EXPECT_LE(interpolation, kind.interpolation);
-        EXPECT_LE(total, kind.total);
-        // The bounds are not loose: the sweep reaches most of each.
-        EXPECT_GE(interpolation, kind.interpolation / 4);
-        EXPECT_GE(total, kind.total / 2);
-    }
 }
 
 }  // namespace

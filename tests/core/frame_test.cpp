@@ -46,8 +46,6 @@ TEST(ImageClear, FillsRowZeroToTheBlockThenCopiesWholeSteps) {
         }
         // Row 0: the value up to the block, the caller's bytes after it.
         const uint8_t* first = plane.Row(0);
-        const size_t r0 = static_cast<size_t>(first - plane.data());
-        (void)r0;
         for (int64_t i = 0; i < row0 / 4; ++i) ASSERT_EQ(plane.RowAs<float>(0)[i], 0.625f) << i;
         std::vector<uint8_t> row0_copy(first, first + (s.height >= 2 ? abs_step : row0));
         for (int y = 1; y < s.height; ++y)
@@ -55,10 +53,6 @@ TEST(ImageClear, FillsRowZeroToTheBlockThenCopiesWholeSteps) {
         EXPECT_TRUE(plane.OnlyRowsChanged(before, s.height >= 2 ? abs_step : row0));
     }
 }
-
-}  // namespace
-
-namespace {
 
 TEST(DispatchLevel, CapsButNeverRaises) {
     using velmora::cpu::Level;

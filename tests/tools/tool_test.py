@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The velmora tool as photographers meet it: damaged files fail without leaving output, the
-orientation tag is applied, grey/RGB/alpha survive, options take every usual form.
+"""The velmora tool as photographers meet it: the demo, exact round trips, damaged files fail
+without leaving output, the orientation tag is applied, grey/RGB/alpha survive, options take every usual form.
 usage: tool_test.py VELMORA WORK_DIR"""
 import os, shutil, struct, subprocess, sys, zlib
 
@@ -72,6 +72,23 @@ for name, colour in (("rgb", 2), ("grey", 0), ("ga", 4)):
             failures.append(f"{out} has colour type {decode_png(out)[2]}, its input {colour}")
     if decode_png(f"{name}-out.png")[3] != decode_png(f"{name}.png")[3]:
         failures.append(f"convert changed the pixels of {name}.png")
+
+# The demo writes its scene and its developed picture. Developing with no amounts reproduces a
+# file exactly, at 8 bits and through a 16-bit detour (the sRGB and ProPhoto round trip is exact);
+# bad amounts and unknown commands are refused.
+run("demo")
+run("convert", "velmora-demo.png", "deep.png", "--bits", "16")
+run("develop", "velmora-demo.png", "unchanged.png")
+run("develop", "deep.png", "unchanged16.png")
+run("convert", "unchanged16.png", "unchanged8.png", "--bits", "8")
+scene = decode_png("velmora-demo.png")[3]
+if scene != decode_png("unchanged.png")[3] or scene != decode_png("unchanged8.png")[3]:
+    failures.append("developing the demo scene with no amounts changed pixels")
+if scene == decode_png("velmora-demo-developed.png")[3]:
+    failures.append("the demo's developed picture is the unedited scene")
+for bad in (("--contrast", "2"), ("--exposure", "abc"), ("--exposure", "nan"), ("--vibrance", "0.5")):
+    run("develop", "velmora-demo.png", "x.png", *bad, ok=False)
+run("frobnicate", ok=False)
 
 # Damaged and oversized files: a one-line error, a non-zero exit, no output and no leftover file.
 jpeg = open(path("photo.jpg"), "rb").read()

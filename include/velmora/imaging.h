@@ -478,6 +478,118 @@ VELMORA_API void VELMORA_CALL XMImageConvertToLab_ProPhotoRgb128F_SSE2(float* im
 VELMORA_API void VELMORA_CALL XMImageConvertToProPhotoRGB_Lab128F_SSE2(float* image, int32_t step,
                                                                        const ImageSize* roi);
 
+/* Interleaved Lab: each pixel's four floats hold L*, a*, b* and a fourth lane these kernels leave
+   untouched. In place, exactly the region (no overrun), no checks unless stated, any alignment.
+   White and constants as above (D50); cube roots as e^(ln t / 3). The sRGB variants use the sRGB
+   primaries adapted to D50 (Bradford), rows X, Y, Z: 0.4360747 0.3850649 0.1430804 / 0.2225045
+   0.7168786 0.0606169 / 0.0139322 0.0971045 0.7141733, inverse 3.1338564 -1.6168668 -0.4906148 /
+   -0.9787686 1.9161416 0.0334541 / 0.0719452 -0.2289913 1.4052427, and the vector sRGB curve of
+   XMImageRGBToSRGB_Rgb128F_SSE2 / XMImageSRGBToRGB_Rgb128F_SSE2 (no clamp, no table).
+   Upper-case LAB is Lab normalised to [0, 1] for curves and integer storage: L* / 100,
+   (a* + 128) / 255, (b* + 128) / 255 (back: Ln x 100, an x 255 - 128). The LAB inverses are the
+   textbook CIE ones (cube branch for L* > 8); the lower-case Lab inverses keep the blocked
+   conversion's rule (cube branch for L* > 0.008856452), so they agree with it. */
+/* Linear ProPhoto RGB to Lab. */
+VELMORA_API void VELMORA_CALL XMImageRGBToLab_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* Lab to linear ProPhoto RGB (the blocked conversion's arithmetic). */
+VELMORA_API void VELMORA_CALL XMImageLabToRGB_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* sRGB-encoded sRGB to Lab: decode, sRGB-D50 matrix, Lab. */
+VELMORA_API void VELMORA_CALL XMImageSRGBToLab_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* Lab to sRGB-encoded sRGB: inverse, inverse matrix, encode (no clamp: out-of-gamut colours leave [0, 1]). */
+VELMORA_API void VELMORA_CALL XMImageLabToSRGB_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* Normalised LAB to linear ProPhoto RGB, textbook inverse. */
+VELMORA_API void VELMORA_CALL XMImageLABToRGB_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* Normalised LAB to sRGB-encoded sRGB, textbook inverse; R, G, B clamped to [0, 1] after encoding
+   (NaN to 0), ready for display. */
+VELMORA_API void VELMORA_CALL XMImageLABToSRGB_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi);
+/* sRGB-encoded RGB to normalised LAB with the caller's RGB-to-XYZ matrix (9 floats, row-major, rows X,
+   Y, Z; null: sRGB-D50) and reference white (Xn, Yn, Zn dividing X, Y, Z; null: D50 as above). Input
+   decoded by the vector curve. Returns StatusInvalidParameter, touching nothing, for a zero step, a null
+   image or roi, or a white with a component <= 0 or not finite; StatusOk otherwise. */
+VELMORA_API StatusCode VELMORA_CALL XMImageSRGBToLAB_Rgb128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                                 const float* rgbToXyz, const float* white);
+/* Edits on blocked Lab128F: L* <- clamp(L* + 100 lightness, 0, 100); then the develop pass's contrast
+   S-curve s(t) = (t - 0.5) / (max(t - 0.5, 0.5 - t) + 0.5) + 0.5 on t = L* / 100 with amount contrast
+   (-1..1), applied as L* + (100 s(t) - L*) x contrast (so contrast 0 leaves L* exactly) and clamped to
+   [0, 100]; (a*, b*) rotated by hue degrees counter-clockwise (cos and sin in double, once per call)
+   and scaled by 1 + chroma; the fourth block row kept. Whole blocks of four pixels: overrun up to three
+   pixels, read and rewritten. No checks; any alignment. */
+VELMORA_API void VELMORA_CALL XMImageAdjust_Lab128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                         float lightness, float contrast, float chroma, float hue);
+/* Lab round trip without a Lab buffer, on linear ProPhoto RGB: per pixel to Lab, L* / 100 through the
+   curve as the float curve kernels do it (n intervals, lCurve holds n + 2 floats, the last repeating the
+   end; position clamp(L* / 100, 0, 1) x n) times 100 with no clamp, a* and b* times 1 + chroma, back by
+   the blocked conversion's arithmetic. Alpha kept. */
+VELMORA_API void VELMORA_CALL XMImageLoopLab_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                           const float* lCurve, int32_t n, float chroma);
+
+/* ---- Adjust: colour twists, transforms and the matrix product --------------- */
+/* Matrices are row-major with one row per output channel (a pixel is a column vector), unlike the
+   linearizing loaders' row-vector matrices. A 3 x 4 matrix's fourth column is an offset in float units.
+   Each output is summed left to right, ((m_i0 s_0 + m_i1 s_1) + m_i2 s_2) + m_i3 s_3 (4 x 4) or
+   + m_i3 (3 x 4), without fused multiply-add. Exactly the region, any alignment, no checks; the
+   twists are matrix style (the kernel offsets the planes by x, y) and return StatusOk. C3 pixels are
+   three packed floats (12 bytes); AC4 leaves the destination's fourth float as it was. */
+VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C4R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                      int32_t x, int32_t y, int32_t width, int32_t height,
+                                                      const float* twist);
+VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C4IR(float* image, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                       int32_t height, const float* twist);
+VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C3R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                      int32_t x, int32_t y, int32_t width, int32_t height,
+                                                      const float* twist);
+VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                       int32_t x, int32_t y, int32_t width, int32_t height,
+                                                       const float* twist);
+VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y,
+                                                        int32_t width, int32_t height, const float* twist);
+/* R, G, B through a 3 x 4 matrix (say ProPhoto to sRGB primaries), alpha carried: float to float. */
+VELMORA_API void VELMORA_CALL ColorTransform_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, const ImageSize* roi, const float* m);
+/* Bgra32 to Rgba128F: bytes times the float nearest 1/255 (alpha too), B and R exchanged, then the matrix. */
+VELMORA_API void VELMORA_CALL ColorTransform_Bgra32_Rgba128F_SSE2(const uint8_t* src, int32_t srcStep, float* dst,
+                                                                  int32_t dstStep, const ImageSize* roi,
+                                                                  const float* m);
+/* Rgba128F to Bgra32: the matrix, then all four lanes clamped to [0, 1] (NaN to 0), times 255, rounded
+   half to even, stored B, G, R, A. */
+VELMORA_API void VELMORA_CALL ColorTransform_Rgba128F_Bgra32_SSE2(const float* src, int32_t srcStep, uint8_t* dst,
+                                                                  int32_t dstStep, const ImageSize* roi,
+                                                                  const float* m);
+/* c = a b for row-major a (rows x inner), b (inner x cols), c (rows x cols); each element summed in
+   double, k ascending, and rounded to float once. Returns StatusInvalidParameter, writing nothing, for a
+   null pointer, a size below 1, or c's bytes overlapping a's or b's (a and b may alias each other). */
+VELMORA_API StatusCode VELMORA_CALL MatrixMult(const float* a, const float* b, float* c, int32_t rows, int32_t inner,
+                                              int32_t cols);
+
+/* ---- Adjust: YCbCr, YUV, CMY ------------------------------------------------ */
+/* Formulas run as written, left to right, without clamping unless stated. Exactly the region, any
+   alignment, no checks; matrix-style kernels return StatusOk. */
+/* Full-range BT.601 (JFIF): Y = 0.299R + 0.587G + 0.114B; Cb = -0.168736R - 0.331264G + 0.5B + 0.5;
+   Cr = 0.5R - 0.418688G - 0.081312B + 0.5; the fourth channel copied. */
+VELMORA_API StatusCode VELMORA_CALL RGBToYCbCr_32f_C4R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                      int32_t x, int32_t y, int32_t width, int32_t height);
+/* R = Y + 1.402(Cr - 0.5); G = Y - 0.344136(Cb - 0.5) - 0.714136(Cr - 0.5); B = Y + 1.772(Cb - 0.5). */
+VELMORA_API StatusCode VELMORA_CALL YCbCrToRGB_32f_C4R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                      int32_t x, int32_t y, int32_t width, int32_t height);
+VELMORA_API StatusCode VELMORA_CALL YCbCrToRGB_32f_C4IR(float* image, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                       int32_t height);
+/* Analogue BT.601: Y = 0.299R + 0.587G + 0.114B, U = 0.492111(B - Y), V = 0.877283(R - Y); fourth copied. */
+VELMORA_API void VELMORA_CALL RGBToYUV_Rgb128F(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                               const ImageSize* roi);
+/* R = Y + 1.139883V; G = Y - 0.394642U - 0.580622V; B = Y + 2.032062U; fourth copied. */
+VELMORA_API void VELMORA_CALL YUVToRGB_Rgb128F(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                               const ImageSize* roi);
+/* C, M, Y = 1 - R, 1 - G, 1 - B; the destination's alpha left as it was. */
+VELMORA_API StatusCode VELMORA_CALL RGBToCMY_32f_AC4R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                     int32_t x, int32_t y, int32_t width, int32_t height);
+VELMORA_API StatusCode VELMORA_CALL RGBToCMY_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                      int32_t height);
+/* K = clamp(blackGeneration (1 - max(R, G, B)), 0, 1); C = (1 - R - K) / (1 - K), 0 where K >= 1, likewise
+   M and Y; writes C, M, Y, K (alpha dropped), no other clamp. */
+VELMORA_API StatusCode VELMORA_CALL RGBToCMYK_32f_AC4C4R(const float* src, int32_t srcStep, float* dst,
+                                                        int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                        int32_t height, float blackGeneration);
+
 
 /* ---- Filter ---------------------------------------------------------------- */
 

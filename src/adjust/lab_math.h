@@ -60,38 +60,67 @@ inline void CubeRoots(const B (&t)[N], B (&root)[N]) {
     for (int i = 0; i < N; ++i) root[i] = xsimd::exp(ln[i] * B(0.33333334f));
 }
 
+// L*, a*, b* from the white-relative tristimulus ratios x = X / Xn, y = Y / Yn, z = Z / Zn.
+template <class B>
+inline void LabFromRatios(const B (&t)[3], B& l, B& a, B& b) {
+    B root[3];
+    CubeRoots(t, root);
+    const B fx = LabF(t[0], root[0]), fy = LabF(t[1], root[1]), fz = LabF(t[2], root[2]);
+    l = Lightness(fy);
+    a = Mul(fx - fy, 500.0f);
+    b = Mul(fy - fz, 200.0f);
+}
+
+// Linear ProPhoto R, G, B (one channel per vector) to L*, a*, b* in their place; the fourth
+// vector is not looked at.
+template <class B>
+inline void ProPhotoToLab(B (&v)[4]) {
+    const B t[3] = {Row3(v[0], v[1], v[2], 0.7976749f, 0.1351917f, 0.0313534f) / B(kWhiteX),
+                    Row3(v[0], v[1], v[2], 0.2880402f, 0.7118741f, 8.57e-05f), Mul(v[2], 0.82521f) / B(kWhiteZ)};
+    LabFromRatios(t, v[0], v[1], v[2]);
+}
+
 // One block's lanes, already transposed to R, G, B and the fourth channel, become L*, a*, b*
 // and the lightness of the fourth channel, in place.
 template <class B>
 inline void ToLab(B (&v)[4]) {
-    const B t[4] = {Row3(v[0], v[1], v[2], 0.7976749f, 0.1351917f, 0.0313534f) / B(kWhiteX),
-                    Row3(v[0], v[1], v[2], 0.2880402f, 0.7118741f, 8.57e-05f), Mul(v[2], 0.82521f) / B(kWhiteZ),
-                    v[3]};
-    B root[4];
+    const B t[1] = {v[3]};
+    B root[1];
     CubeRoots(t, root);
-    const B fx = LabF(t[0], root[0]), fy = LabF(t[1], root[1]), fz = LabF(t[2], root[2]);
-    v[0] = Lightness(fy);
-    v[1] = Mul(fx - fy, 500.0f);
-    v[2] = Mul(fy - fz, 200.0f);
-    v[3] = Lightness(LabF(t[3], root[3]));
+    ProPhotoToLab(v);
+    v[3] = Lightness(LabF(t[0], root[0]));
 }
 
-// L*, a*, b* of a block become R, G, B and a zero fourth channel, in place (still one
-// component per vector; the caller transposes back to pixels). The linear branch for Y is taken
-// only when L* itself is at or below epsilon (not kappa x epsilon = 8): stored Lab data was made
-// with this rule, so it stays.
-template <class B>
-inline void FromLab(B (&v)[4]) {
-    const B lightness = v[0];
+// X, Y, Z (D50 white) of L*, a*, b*. The stored-data rule takes the linear branch for Y only when
+// L* itself is at or below epsilon (not kappa x epsilon = 8): Lab data was made with this rule,
+// so it stays. The textbook inverse switches at kappa x epsilon = 8 instead.
+template <bool Textbook, class B>
+inline void LabToXyz(B lightness, B a, B b, B& x, B& y, B& z) {
     const B fy = Mul(lightness + B(16.0f), kInv116);
-    const B fx = Mul(v[1], 0.002f) + fy;
-    const B fz = fy - Mul(v[2], 0.005f);
-    const B y = xsimd::select(lightness > B(kEpsilon), (fy * fy) * fy, Mul(lightness, kInvKappa));
-    const B xx = Mul(LabFInverse(fx), kWhiteX);
-    const B zz = Mul(LabFInverse(fz), kWhiteZ);
+    const B fx = Mul(a, 0.002f) + fy;
+    const B fz = fy - Mul(b, 0.005f);
+    const B threshold(Textbook ? 8.0f : kEpsilon);  // kappa x epsilon is 8
+    y = xsimd::select(lightness > threshold, (fy * fy) * fy, Mul(lightness, kInvKappa));
+    x = Mul(LabFInverse(fx), kWhiteX);
+    z = Mul(LabFInverse(fz), kWhiteZ);
+}
+
+// L*, a*, b* (one component per vector) to linear ProPhoto R, G, B in their place by the
+// stored-data rule (or the textbook one); the fourth vector is not looked at.
+template <bool Textbook = false, class B>
+inline void LabToProPhoto(B (&v)[4]) {
+    B xx, y, zz;
+    LabToXyz<Textbook>(v[0], v[1], v[2], xx, y, zz);
     v[0] = Row3(xx, y, zz, 1.3459433f, -0.2556075f, -0.0511118f);
     v[1] = Row3(xx, y, zz, -0.5445989f, 1.5081673f, 0.0205351f);
     v[2] = Mul(zz, 1.2118129f);
+}
+
+// L*, a*, b* of a block become R, G, B and a zero fourth channel, in place (still one
+// component per vector; the caller transposes back to pixels).
+template <class B>
+inline void FromLab(B (&v)[4]) {
+    LabToProPhoto(v);
     v[3] = B(0.0f);
 }
 

@@ -3,7 +3,7 @@
 // own here and the compiler schedules them across the surrounding pixel arithmetic.
 //
 // Accuracy of the SSE2 code against a double-precision reference rounded to float, measured over
-// every float of each range (tests/core/xmmath_test.cpp pins these bounds on a sample):
+// every float of each range (the kernels' tests hold their results to these bounds):
 //   XMVectorExpE     <= 1 ulp on [-4, 4]; <= 2 ulp wherever e^x is a normal float. Results in the
 //                    denormal range are partly flushed: 0 from x = -87.683 on (true e^x stays above
 //                    zero down to -103.97), and +inf already from x = 88.37626 (true overflow is

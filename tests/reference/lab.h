@@ -36,4 +36,17 @@ inline Rgb LabToProPhoto(double l, double a, double b) {
             1.2118129 * z};
 }
 
+// The same formulas from and to X, Y, Z with any white (x = X / Xn and so on); the textbook
+// inverse takes the cube for Y when L* > 8 instead of L* > epsilon.
+inline Lab LabFromXyz(double x, double y, double z, const double white[3]) {
+    const double fx = LabF(x / white[0]), fy = LabF(y / white[1]), fz = LabF(z / white[2]);
+    return {116 * fy - 16, 500 * (fx - fy), 200 * (fy - fz), 0};
+}
+inline Rgb XyzFromLab(double l, double a, double b, bool textbook) {
+    const double fy = (l + 16) / 116, fx = a / 500 + fy, fz = fy - b / 200;
+    auto inverse = [](double f) { return f * f * f > kLabEpsilon ? f * f * f : (116 * f - 16) / kLabKappa; };
+    const double y = l > (textbook ? 8.0 : kLabEpsilon) ? fy * fy * fy : l / kLabKappa;
+    return {kLabWhiteX * inverse(fx), y, kLabWhiteZ * inverse(fz)};
+}
+
 }  // namespace ref

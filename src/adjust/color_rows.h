@@ -1,0 +1,161 @@
+// Pixel rows four at a time as channel planes, for the colour kernels whose formulas mix a
+// pixel's channels: four pixels are loaded and transposed so that each vector holds one channel
+// of the four, the kernel's formula runs on those planes exactly as written, and the result is
+// transposed back. A row's last one to three pixels go through copies on the stack with the same
+// arithmetic, so every kernel built on this reads and writes exactly the region.
+#pragma once
+
+#include <emmintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "core/frame.h"
+#include "core/vec4.h"
+#include "core/xmmath.h"
+
+namespace velmora::color {
+
+// Channel c of four pixels in v[c]: R, G, B and the fourth channel, whatever the stored order.
+using Planes = Batch4[4];
+
+inline void TransposePlanes(Planes& v) {
+    __m128 a = v[0], b = v[1], c = v[2], d = v[3];
+    v4::Transpose4(a, b, c, d);
+    v[0] = a, v[1] = b, v[2] = c, v[3] = d;
+}
+
+// ---- Pixel layouts: how four stored pixels become planes and back ---------------------------
+
+// Four floats a pixel, all four written.
+struct Rgba128 {
+    using T = float;
+    static constexpr int kElements = 4;
+    static void Load(const float* p, Planes& v) {
+        for (int i = 0; i < 4; ++i) v[i] = v4::Load(p + 4 * i);
+        TransposePlanes(v);
+    }
+    static void Store(float* p, Planes& v) {
+        TransposePlanes(v);
+        for (int i = 0; i < 4; ++i) v4::Store(p + 4 * i, v[i]);
+    }
+};
+
+// Four floats a pixel; the destination's fourth float keeps the value it had (it is read back
+// and merged, so an in-place call rewrites it with itself).
+struct Rgba128KeepAlpha : Rgba128 {
+    static void Store(float* p, Planes& v) {
+        TransposePlanes(v);
+        const __m128 alpha = _mm_castsi128_ps(_mm_set_epi32(-1, 0, 0, 0));
+        for (int i = 0; i < 4; ++i) v4::Store(p + 4 * i, v4::Select(v[i], v4::Load(p + 4 * i), alpha));
+    }
+};
+
+// Three packed floats a pixel (R, G, B in 12 bytes); the fourth plane loads as zero.
+struct Rgb96 {
+    using T = float;
+    static constexpr int kElements = 3;
+    static void Load(const float* p, Planes& v) {
+        const __m128 a = v4::Load(p), b = v4::Load(p + 4), c = v4::Load(p + 8);  // r0g0b0r1 g1b1r2g2 b2r3g3b3
+        const __m128 b2b3c0c1 = _mm_shuffle_ps(b, c, _MM_SHUFFLE(1, 0, 3, 2));
+        v[0] = _mm_shuffle_ps(a, b2b3c0c1, _MM_SHUFFLE(3, 0, 3, 0));
+        v[1] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 0, 1, 1)), _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 2, 3, 3)),
+                              _MM_SHUFFLE(2, 0, 2, 0));
+        v[2] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 1, 2, 2)), _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 0, 0)),
+                              _MM_SHUFFLE(2, 0, 2, 0));
+        v[3] = Batch4(0.0f);
+    }
+    static void Store(float* p, Planes& v) {
+        const __m128 r = v[0], g = v[1], b = v[2];
+        const __m128 rg01 = _mm_unpacklo_ps(r, g), rg23 = _mm_unpackhi_ps(r, g);
+        const __m128 b0b0r1r1 = _mm_shuffle_ps(b, r, _MM_SHUFFLE(1, 1, 0, 0));
+        const __m128 g1g1b1b1 = _mm_shuffle_ps(g, b, _MM_SHUFFLE(1, 1, 1, 1));
+        const __m128 b2b3r3g3 = _mm_shuffle_ps(b, rg23, _MM_SHUFFLE(3, 2, 3, 2));
+        v4::Store(p, _mm_shuffle_ps(rg01, b0b0r1r1, _MM_SHUFFLE(2, 0, 1, 0)));
+        v4::Store(p + 4, _mm_shuffle_ps(g1g1b1b1, rg23, _MM_SHUFFLE(1, 0, 2, 0)));
+        v4::Store(p + 8, _mm_shuffle_ps(b2b3r3g3, b2b3r3g3, _MM_SHUFFLE(1, 3, 2, 0)));
+    }
+};
+
+// Four bytes a pixel stored B, G, R, A. Loads scale by the float nearest 1/255; stores clamp to
+// [0, 1] (NaN to 0), scale by 255 and round half to even, all four channels.
+struct Bgra32 {
+    using T = uint8_t;
+    static constexpr int kElements = 4;
+    static void Load(const uint8_t* p, Planes& v) {
+        const __m128i bytes = v4::LoadI(p);
+        const __m128i lo = v4::WidenLo8(bytes), hi = v4::WidenHi8(bytes);
+        const __m128i px[4] = {v4::WidenLo16(lo), v4::WidenHi16(lo), v4::WidenLo16(hi), v4::WidenHi16(hi)};
+        for (int i = 0; i < 4; ++i) v[i] = _mm_mul_ps(_mm_cvtepi32_ps(px[i]), v4::Set1(v4::kInv255));
+        TransposePlanes(v);
+        std::swap(v[0], v[2]);
+    }
+    static void Store(uint8_t* p, Planes& v) {
+        std::swap(v[0], v[2]);
+        TransposePlanes(v);
+        const __m128 scale = v4::Set1(255.0f);
+        v4::StoreI(p, v4::PackToBytes(v4::ToCode(v[0], scale), v4::ToCode(v[1], scale), v4::ToCode(v[2], scale),
+                                      v4::ToCode(v[3], scale)));
+    }
+};
+
+// ---- Row walks ------------------------------------------------------------------------------
+
+// Runs fn(planes) on every pixel of width x height, four pixels at a time. A row's last one to
+// three pixels are copied to the stack (the destination's too, for layouts that keep part of
+// it), processed as a group of four and copied back, so nothing outside the region is touched.
+template <class In, class Out, class Fn>
+void QuadRows(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t width,
+              int32_t height, Fn&& fn) {
+    using S = typename In::T;
+    using D = typename Out::T;
+    const auto quad = [&](const S* s, D* d) {
+        Planes v;
+        In::Load(s, v);
+        fn(v);
+        Out::Store(d, v);
+    };
+    for (int32_t y = 0; y < height; ++y) {
+        const S* s = frame::Row(src, src_step, y);
+        D* d = frame::Row(dst, dst_step, y);
+        int32_t x = 0;
+        for (; x + 4 <= width; x += 4) quad(s + In::kElements * x, d + Out::kElements * x);
+        if (x < width) {
+            const size_t n = static_cast<size_t>(width - x);
+            alignas(16) S in[4 * In::kElements] = {};
+            alignas(16) D out[4 * Out::kElements] = {};
+            std::memcpy(in, s + In::kElements * x, n * In::kElements * sizeof(S));
+            std::memcpy(out, d + Out::kElements * x, n * Out::kElements * sizeof(D));
+            quad(in, out);
+            std::memcpy(d + Out::kElements * x, out, n * Out::kElements * sizeof(D));
+        }
+    }
+}
+
+// The same walk on a matrix-style region: the planes are moved to pixel (x, y) first.
+template <class In, class Out, class Fn>
+StatusCode QuadRegion(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t x,
+                      int32_t y, int32_t width, int32_t height, Fn&& fn) {
+    if (width < 1 || height < 1) return StatusOk;
+    src = frame::Row(src, src_step, y) + In::kElements * static_cast<ptrdiff_t>(x);
+    dst = frame::Row(dst, dst_step, y) + Out::kElements * static_cast<ptrdiff_t>(x);
+    QuadRows<In, Out>(src, src_step, dst, dst_step, width, height, fn);
+    return StatusOk;
+}
+
+// ---- Formula helpers ------------------------------------------------------------------------
+
+// ((m[0] a + m[1] b) + m[2] c): one row of a 3 x 3 matrix over three planes, left to right.
+inline Batch4 Row3(Batch4 a, Batch4 b, Batch4 c, const float* m) {
+    return (a * Batch4(m[0]) + b * Batch4(m[1])) + c * Batch4(m[2]);
+}
+
+// R, G, B through a row-major 3 x 4 matrix whose last column is an offset in float units:
+// ((m[i][0] R + m[i][1] G) + m[i][2] B) + m[i][3]. The fourth plane is not looked at.
+inline void Affine3x4(Planes& v, const float* m) {
+    const Batch4 r = v[0], g = v[1], b = v[2];
+    for (int i = 0; i < 3; ++i) v[i] = Row3(r, g, b, m + 4 * i) + Batch4(m[4 * i + 3]);
+}
+
+}  // namespace velmora::color

@@ -1,0 +1,471 @@
+// Colour matrices, colour spaces and the interleaved Lab kernels against the per-pixel references
+// of reference/color.h, on guarded planes of random shapes: sub-rectangles for the matrix-style
+// kernels, in-place and separate planes, exactly the region written (the blocked Lab edit: whole
+// blocks). Exact where the formula runs in float as written, within a stated bound where the
+// reference is double precision. Then the properties a host relies on: round trips, white, Little
+// CMS, identity twists, and the argument checks of the two validating kernels.
+#if defined(VELMORA_TEST_LCMS2)
+#include <lcms2.h>
+#endif
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "reference/color.h"
+#include "support/compare.h"
+#include "support/shapes.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+namespace rc = ref::color;
+using Region = std::function<void(const void* src, int32_t src_step, void* dst, int32_t dst_step, int32_t x, int32_t y,
+                                  int32_t w, int32_t h)>;
+
+// One export seen through a common signature. A "pixel" is `in` elements of the source and `out`
+// of the destination (bytes where the format is Bgra32, else floats); the reference maps one
+// pixel's source elements (bytes as their codes) to the destination's, which hold the old
+// destination on entry. Tolerance 0 demands identical bits.
+struct Kernel {
+    std::string name;
+    int in, out;
+    bool in_bytes, out_bytes, in_place, matrix_style;
+    Region call;
+    std::function<void(const float*, float*)> reference;
+    double tolerance;
+    float lo, hi;           // source values drawn from [lo, hi)
+    bool relative = false;  // the tolerance scales with the value's size beyond 1
+};
+void PrintTo(const Kernel& k, std::ostream* os) { *os << k.name; }
+
+// Adapters from each export's own signature.
+template <class S, class D>
+Region Matrix(StatusCode(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, int32_t, int32_t, int32_t, int32_t)) {
+    return [f](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+        EXPECT_EQ(f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, x, y, w, h), StatusOk);
+    };
+}
+Region MatrixInPlace(StatusCode(VELMORA_CALL* f)(float*, int32_t, int32_t, int32_t, int32_t, int32_t)) {
+    return [f](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+        EXPECT_EQ(f(static_cast<float*>(d), ds, x, y, w, h), StatusOk);
+    };
+}
+template <class S, class D>
+Region Own(void(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize*)) {
+    return [f](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+        const ImageSize roi{w, h};
+        f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, &roi);
+    };
+}
+Region OwnInPlace(void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*)) {
+    return [f](const void*, int32_t, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+        const ImageSize roi{w, h};
+        f(static_cast<float*>(d), ds, &roi);
+    };
+}
+
+// Test matrices: a general twist with negative terms and offsets, the ProPhoto to sRGB step.
+const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0.2f, 0.1f, 0.05f, 0.7f};
+const float kAffine[12] = {2.0343f, -0.7276f, -0.3067f, 0.01f, -0.2289f, 1.2320f, -0.0031f, 0.0f, -0.0085f, -0.1533f, 1.1618f, -0.02f};
+
+// Double-precision Lab kernels as float references. Lab has large components (a* up to about
+// 130), so their bound is absolute in Lab units; RGB results are compared in [0, 1] units.
+std::function<void(const float*, float*)> Lab(std::function<void(const double*, double*)> f) {
+    return [f](const float* s, float* d) {
+        const double in[3] = {s[0], s[1], s[2]};
+        double out[3];
+        f(in, out);
+        for (int i = 0; i < 3; ++i) d[i] = static_cast<float>(out[i]);
+        d[3] = s[3];
+    };
+}
+void ProPhotoToLab(const double* s, double* d) {
+    const ref::Lab v = ref::ProPhotoToLab(s[0], s[1], s[2], 0);
+    d[0] = v.l, d[1] = v.a, d[2] = v.b;
+}
+void LabToProPhoto(const double* s, double* d, bool textbook) {
+    const ref::Rgb x = ref::XyzFromLab(s[0], s[1], s[2], textbook);
+    d[0] = 1.3459433 * x.r - 0.2556075 * x.g - 0.0511118 * x.b;
+    d[1] = -0.5445989 * x.r + 1.5081673 * x.g + 0.0205351 * x.b;
+    d[2] = 1.2118129 * x.b;
+}
+void Denormalise(const double* s, double* d) { d[0] = s[0] * 100, d[1] = s[1] * 255 - 128, d[2] = s[2] * 255 - 128; }
+
+std::vector<Kernel> AllKernels() {
+    using F = float;
+    const auto cmyk = [](const float* s, float* d) { rc::RgbToCmyk(0.8f, s, d); };
+    std::vector<Kernel> k = {
+        {"Twist_C4R", 4, 4, false, false, false, true,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             ColorTwist_32f_C4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kTwist);
+         },
+         [](const float* s, float* d) { rc::Twist4x4(kTwist, s, d); }, 0, -0.5f, 1.5f},
+        {"Twist_C4IR", 4, 4, false, false, true, true,
+         [](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             ColorTwist_32f_C4IR(static_cast<F*>(d), ds, x, y, w, h, kTwist);
+         },
+         [](const float* s, float* d) { rc::Twist4x4(kTwist, s, d); }, 0, -0.5f, 1.5f},
+        {"Twist_C3R", 3, 3, false, false, false, true,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             ColorTwist_32f_C3R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kAffine);
+         },
+         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
+        {"Twist_AC4R", 4, 4, false, false, false, true,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             ColorTwist_32f_AC4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kAffine);
+         },
+         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
+        {"Twist_AC4IR", 4, 4, false, false, true, true,
+         [](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             ColorTwist_32f_AC4IR(static_cast<F*>(d), ds, x, y, w, h, kAffine);
+         },
+         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
+        {"Transform", 4, 4, false, false, false, false,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+             const ImageSize roi{w, h};
+             ColorTransform_Rgba128F_SSE2(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, &roi, kAffine);
+         },
+         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d), d[3] = s[3]; }, 0, -0.5f, 1.5f},
+        {"Transform_Bgra32_Rgba128F", 4, 4, true, false, false, false,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+             const ImageSize roi{w, h};
+             ColorTransform_Bgra32_Rgba128F_SSE2(static_cast<const uint8_t*>(s), ss, static_cast<F*>(d), ds, &roi, kAffine);
+         },
+         [](const float* s, float* d) {
+             const float rgb[3] = {s[2] * 0.003921569f, s[1] * 0.003921569f, s[0] * 0.003921569f};
+             rc::Affine3x4(kAffine, rgb, d);
+             d[3] = s[3] * 0.003921569f;
+         },
+         0, 0, 256},
+        {"Transform_Rgba128F_Bgra32", 4, 4, false, true, false, false,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+             const ImageSize roi{w, h};
+             ColorTransform_Rgba128F_Bgra32_SSE2(static_cast<const F*>(s), ss, static_cast<uint8_t*>(d), ds, &roi, kAffine);
+         },
+         [](const float* s, float* d) {
+             float rgb[3];
+             rc::Affine3x4(kAffine, s, rgb);
+             const float lanes[4] = {rgb[2], rgb[1], rgb[0], s[3]};
+             for (int i = 0; i < 4; ++i) d[i] = std::nearbyint(std::clamp(std::isnan(lanes[i]) ? 0.0f : lanes[i], 0.0f, 1.0f) * 255.0f);
+         },
+         0, -0.2f, 1.2f},
+        {"RGBToYCbCr", 4, 4, false, false, false, true, Matrix(RGBToYCbCr_32f_C4R), rc::RgbToYCbCr, 0, -0.2f, 1.2f},
+        {"YCbCrToRGB", 4, 4, false, false, false, true, Matrix(YCbCrToRGB_32f_C4R), rc::YCbCrToRgb, 0, -0.2f, 1.2f},
+        {"YCbCrToRGB_IR", 4, 4, false, false, true, true, MatrixInPlace(YCbCrToRGB_32f_C4IR), rc::YCbCrToRgb, 0, -0.2f, 1.2f},
+        {"RGBToYUV", 4, 4, false, false, false, false, Own(RGBToYUV_Rgb128F), rc::RgbToYuv, 0, -0.2f, 1.2f},
+        {"YUVToRGB", 4, 4, false, false, false, false, Own(YUVToRGB_Rgb128F), rc::YuvToRgb, 0, -0.6f, 1.2f},
+        {"RGBToCMY", 4, 4, false, false, false, true, Matrix(RGBToCMY_32f_AC4R), rc::RgbToCmy, 0, -0.2f, 1.2f},
+        {"RGBToCMY_IR", 4, 4, false, false, true, true, MatrixInPlace(RGBToCMY_32f_AC4IR), rc::RgbToCmy, 0, -0.2f, 1.2f},
+        {"RGBToCMYK", 4, 4, false, false, false, true,
+         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+             RGBToCMYK_32f_AC4C4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, 0.8f);
+         },
+         cmyk, 0, -0.2f, 1.2f},
+        // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
+        {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
+        {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),
+         Lab([](const double* s, double* d) { LabToProPhoto(s, d, false); }), 2e-6, -60, 100},
+        {"LABToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLABToRGB_Rgb128F_SSE2),
+         Lab([](const double* s, double* d) {
+             double lab[3];
+             Denormalise(s, lab);
+             LabToProPhoto(lab, d, true);
+         }),
+         3e-6, 0, 1},
+        // The vector sRGB curves add their own few ulps (17 for decoding) before and after.
+        {"SRGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageSRGBToLab_Rgb128F_SSE2),
+         Lab([](const double* s, double* d) {
+             const float f[3] = {float(s[0]), float(s[1]), float(s[2])};
+             rc::SrgbToLab(rc::kSrgbToXyz, rc::kD50, f, d);
+         }),
+         2e-4, -0.02f, 1.1f},
+        {"LabToSRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToSRGB_Rgb128F_SSE2),
+         Lab([](const double* s, double* d) { rc::LabToSrgb(s[0], s[1], s[2], false, d); }), 1e-5, -60, 100, true},
+        {"LABToSRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLABToSRGB_Rgb128F_SSE2),
+         Lab([](const double* s, double* d) {
+             double lab[3];
+             Denormalise(s, lab);
+             rc::LabToSrgb(lab[0], lab[1], lab[2], true, d);
+             for (int i = 0; i < 3; ++i) d[i] = std::clamp(d[i], 0.0, 1.0);
+         }),
+         1e-5, 0, 1},
+    };
+    return k;
+}
+
+// Source values: mostly in [lo, hi), with exact 0 and 1 and, for float sources, the odd NaN
+// where the reference is exact (the kernels carry NaN as the float formula does).
+float Sample(const Kernel& k, std::mt19937& rng) {
+    if (k.in_bytes) return float(rng() % 256);
+    switch (rng() % 24) {
+        case 0: return 0.0f;
+        case 1: return 1.0f;
+        default: return std::uniform_real_distribution<float>(k.lo, k.hi)(rng);
+    }
+}
+
+// Bytes of each legal row outside [x0_bytes, x0_bytes + region_bytes) of rows [y0, y0 + h).
+std::vector<uint8_t> OutsideRegion(const vt::GuardedPlane& p, int64_t x0_bytes, int y0, int64_t region_bytes, int h) {
+    std::vector<uint8_t> out;
+    for (int y = 0; y < p.height(); ++y) {
+        const uint8_t* row = p.Row(y);
+        const bool in = y >= y0 && y < y0 + h;
+        out.insert(out.end(), row, row + (in ? x0_bytes : p.row_bytes()));
+        if (in) out.insert(out.end(), row + x0_bytes + region_bytes, row + p.row_bytes());
+    }
+    return out;
+}
+
+::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s) {
+    std::mt19937 rng(s.seed);
+    const int x0 = k.matrix_style ? int(rng() % 4) : 0, y0 = k.matrix_style ? int(rng() % 3) : 0;
+    const int w = std::max(s.width, 0), h = std::max(s.height, 0);
+    const int in_size = k.in_bytes ? 1 : 4, out_size = k.out_bytes ? 1 : 4;
+    const int64_t src_row = int64_t(x0 + w) * k.in * in_size, dst_row = int64_t(x0 + w) * k.out * out_size;
+    vt::GuardedPlane src(src_row, y0 + h, vt::StepFor(s, src_row, s.pad_src, 4), s.placement, 4);
+    vt::GuardedPlane dst(dst_row, y0 + h, vt::StepFor(s, dst_row, s.pad_dst, 4), s.placement, 4);
+    vt::GuardedPlane& in = k.in_place ? dst : src;
+    dst.FillRandomBytes(s.seed);
+    if (k.in_bytes) in.FillRows<uint8_t>([&](int, int64_t) { return uint8_t(rng()); });
+    else in.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
+    if (!k.in_place && !k.out_bytes) dst.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
+    auto element = [](const vt::GuardedPlane& p, bool bytes, int y, int64_t i) {
+        return bytes ? float(p.Row(y)[i]) : p.RowAs<float>(y)[i];
+    };
+    std::vector<float> want;
+    for (int y = y0; y < y0 + h; ++y)
+        for (int x = x0; x < x0 + w; ++x) {
+            float pin[4], pout[4];
+            for (int c = 0; c < k.in; ++c) pin[c] = element(in, k.in_bytes, y, int64_t(x) * k.in + c);
+            for (int c = 0; c < k.out; ++c) pout[c] = element(dst, k.out_bytes, y, int64_t(x) * k.out + c);
+            k.reference(pin, pout);
+            want.insert(want.end(), pout, pout + k.out);
+        }
+    const auto before = dst.Snapshot(), src_before = src.Snapshot();
+    const int64_t x0_bytes = int64_t(x0) * k.out * out_size, region_bytes = int64_t(w) * k.out * out_size;
+    const auto outside = OutsideRegion(dst, x0_bytes, y0, region_bytes, h);
+    k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height);
+    if (!k.in_place && !src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
+    if (auto r = dst.OnlyRowsChanged(before, dst_row); !r) return r;
+    if (OutsideRegion(dst, x0_bytes, y0, region_bytes, h) != outside) return ::testing::AssertionFailure() << "wrote outside the region";
+    for (int y = 0, i = 0; y < h; ++y)
+        for (int64_t e = 0; e < int64_t(w) * k.out; ++e, ++i) {
+            const float got = element(dst, k.out_bytes, y0 + y, int64_t(x0) * k.out + e), expect = want[size_t(i)];
+            const double bound = k.tolerance * (k.relative ? std::max(1.0, std::fabs(double(expect))) : 1.0);
+            const bool ok = k.tolerance == 0 ? vt::Same(got, expect, 0) : std::fabs(got - expect) <= bound;
+            if (!ok) return ::testing::AssertionFailure() << "row " << y << " element " << e << ": got " << got << ", want " << expect;
+        }
+    return ::testing::AssertionSuccess();
+}
+
+class ColorKernels : public ::testing::TestWithParam<Kernel> {};
+
+TEST_P(ColorKernels, MatchReferenceOnRandomShapes) {
+    for (const vt::Shape& s : vt::RandomShapes(std::hash<std::string>{}(GetParam().name) & 0xFFFF, 60, 70, 5)) {
+        SCOPED_TRACE(vt::Describe(s));
+        ASSERT_TRUE(Check(GetParam(), s));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ColorKernels, ::testing::ValuesIn(AllKernels()),
+                         [](const auto& info) { return info.param.name; });
+
+// Pixels (four floats each) through an in-place or source-to-destination call.
+std::vector<float> Apply(void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*), std::vector<float> px) {
+    const ImageSize roi{int32_t(px.size() / 4), 1};
+    f(px.data(), int32_t(px.size() * 4), &roi);
+    return px;
+}
+
+std::vector<float> RandomPixels(int n, uint32_t seed, float lo = 0.0f, float hi = 1.0f) {
+    std::mt19937 rng(seed);
+    std::vector<float> px(size_t(n) * 4);
+    for (float& v : px) v = std::uniform_real_distribution<float>(lo, hi)(rng);
+    return px;
+}
+
+// Each forward kernel followed by its inverse returns the colour within float rounding; the Lab
+// pairs only where Y > 0.0089 (below, the inverse's rule for L* <= epsilon sends dark colours back
+// through the cube branch, which is how the blocked conversion stored them).
+TEST(ColorProperties, PairsRoundTrip) {
+    const std::vector<float> px = RandomPixels(4000, 3);
+    const struct {
+        const char* name;
+        void(VELMORA_CALL* there)(float*, int32_t, const ImageSize*);
+        void(VELMORA_CALL* back)(float*, int32_t, const ImageSize*);
+        double bound;
+    } lab_pairs[] = {{"ProPhoto Lab", XMImageRGBToLab_Rgb128F_SSE2, XMImageLabToRGB_Rgb128F_SSE2, 4e-6},
+                     {"sRGB Lab", XMImageSRGBToLab_Rgb128F_SSE2, XMImageLabToSRGB_Rgb128F_SSE2, 1e-5}};
+    for (const auto& p : lab_pairs) {
+        const std::vector<float> lab = Apply(p.there, px), back = Apply(p.back, lab);
+        for (size_t i = 0; i < px.size(); ++i)
+            if (lab[i / 4 * 4] > 8.1f) ASSERT_NEAR(back[i], px[i], p.bound) << p.name << " element " << i;  // Y > 0.0089
+    }
+    std::vector<float> ycc(px.size()), yuv(px.size()), rgb(px.size());
+    const int32_t step = int32_t(px.size() * 4), w = int32_t(px.size() / 4);
+    const ImageSize roi{w, 1};
+    RGBToYCbCr_32f_C4R(px.data(), step, ycc.data(), step, 0, 0, w, 1);
+    YCbCrToRGB_32f_C4IR(ycc.data(), step, 0, 0, w, 1);
+    RGBToYUV_Rgb128F(px.data(), step, yuv.data(), step, &roi);
+    YUVToRGB_Rgb128F(yuv.data(), step, rgb.data(), step, &roi);
+    for (size_t i = 0; i < px.size(); ++i) {
+        ASSERT_NEAR(ycc[i], px[i], 2e-6) << "YCbCr element " << i;
+        ASSERT_NEAR(rgb[i], px[i], 2e-6) << "YUV element " << i;
+    }
+}
+
+// White is L* = 100 with a* = b* = 0 in both RGB spaces (each matrix's rows sum to the white),
+// normalised LAB 1, 128/255, 128/255; identity twists copy.
+TEST(ColorProperties, WhiteAndIdentities) {
+    const std::vector<float> white = {1, 1, 1, 0.25f};
+    for (auto* f : {XMImageRGBToLab_Rgb128F_SSE2, XMImageSRGBToLab_Rgb128F_SSE2}) {
+        const std::vector<float> lab = Apply(f, white);
+        EXPECT_NEAR(lab[0], 100.0f, 2e-4f);
+        EXPECT_NEAR(lab[1], 0.0f, 2e-3f);
+        EXPECT_NEAR(lab[2], 0.0f, 2e-3f);
+        EXPECT_EQ(lab[3], 0.25f);
+    }
+    std::vector<float> norm = white;
+    const ImageSize one{1, 1};
+    ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(norm.data(), 16, &one, nullptr, nullptr), StatusOk);
+    EXPECT_NEAR(norm[0], 1.0f, 2e-6f);
+    EXPECT_NEAR(norm[1], 128.0f / 255.0f, 1e-5f);
+
+    const std::vector<float> px = RandomPixels(37, 5, -1.0f, 2.0f);
+    std::vector<float> out(px.size(), 7.0f);
+    const float identity4[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    ColorTwist_32f_C4R(px.data(), 37 * 16, out.data(), 37 * 16, 0, 0, 37, 1, identity4);
+    EXPECT_EQ(out, px);
+}
+
+// The blocked Lab edit, block by block against its formula in double (whole blocks: a width of
+// 4n - r edits n blocks), and the Lab loop against the composition of its steps.
+TEST(ColorProperties, LabEditAndLoop) {
+    std::mt19937 rng(7);
+    for (int round = 0; round < 40; ++round) {
+        const int blocks = 1 + int(rng() % 9), rows = 1 + int(rng() % 3);
+        const int32_t step = blocks * 64 + 16 * int(rng() % 3);
+        vt::GuardedPlane plane(int64_t(blocks) * 64, rows, step);
+        plane.FillRows<float>([&](int, int64_t i) {
+            return i % 16 < 4 ? std::uniform_real_distribution<float>(-5, 105)(rng) : std::uniform_real_distribution<float>(-90, 90)(rng);
+        });
+        const auto before = plane.Snapshot();
+        std::uniform_real_distribution<float> u(-1, 1);
+        const float lightness = 0.3f * u(rng), contrast = u(rng), chroma = u(rng), hue = 180 * u(rng);
+        const ImageSize roi{4 * blocks - int(rng() % 4), rows};
+        std::vector<std::vector<float>> old;
+        for (int y = 0; y < rows; ++y) old.emplace_back(plane.RowAs<float>(y), plane.RowAs<float>(y) + 16 * blocks);
+        XMImageAdjust_Lab128F_SSE2(plane.As<float>(), step, &roi, lightness, contrast, chroma, hue);
+        ASSERT_TRUE(plane.OnlyRowsChanged(before, int64_t(blocks) * 64));
+        const double c = std::cos(hue * M_PI / 180), s = std::sin(hue * M_PI / 180);
+        for (int y = 0; y < rows; ++y)
+            for (int i = 0; i < 16 * blocks; ++i) {
+                const float* b = &old[size_t(y)][size_t(i / 16 * 16)];
+                const int lane = i % 4;
+                double want = b[12 + lane];
+                if (i % 16 < 4) {
+                    const double l = std::clamp(b[lane] + 100.0 * lightness, 0.0, 100.0), t = l / 100;
+                    const double curve = (t - 0.5) / (std::max(t - 0.5, 0.5 - t) + 0.5) + 0.5;
+                    want = std::clamp(l + (100 * curve - l) * contrast, 0.0, 100.0);
+                } else if (i % 16 < 12) {
+                    const double a = b[4 + lane], bb = b[8 + lane];
+                    want = (i % 16 < 8 ? a * c - bb * s : a * s + bb * c) * (1.0 + chroma);
+                }
+                ASSERT_NEAR(plane.RowAs<float>(y)[i], want, 2e-4 * (1 + std::fabs(want))) << "row " << y << " float " << i;
+            }
+    }
+    // The loop: an identity curve with chroma 0 is the round trip; a curve that halves L* and a
+    // chroma of -1 give the grey of half the lightness, alpha kept.
+    const std::vector<float> px = RandomPixels(64, 9, 0.05f, 1.0f);
+    const float identity[4] = {0.0f, 0.5f, 1.0f, 1.0f}, halve[4] = {0.0f, 0.25f, 0.5f, 0.5f};
+    std::vector<float> same = px, grey = px;
+    const ImageSize roi{64, 1};
+    XMImageLoopLab_Rgba128F_SSE2(same.data(), 64 * 16, &roi, identity, 2, 0.0f);
+    XMImageLoopLab_Rgba128F_SSE2(grey.data(), 64 * 16, &roi, halve, 2, -1.0f);
+    const std::vector<float> lab = Apply(XMImageRGBToLab_Rgb128F_SSE2, px);
+    for (int p = 0; p < 64; ++p) {
+        for (int c = 0; c < 4; ++c) ASSERT_NEAR(same[4 * p + c], px[4 * p + c], 4e-6) << p;
+        const ref::Rgb want = ref::XyzFromLab(lab[4 * p] / 2, 0, 0, false);
+        EXPECT_NEAR(grey[4 * p], 1.3459433 * want.r - 0.2556075 * want.g - 0.0511118 * want.b, 2e-5) << p;
+        EXPECT_EQ(grey[4 * p + 3], px[4 * p + 3]);
+    }
+}
+
+TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
+    float image[8] = {0.5f, 0.5f, 0.5f, 1, 0.2f, 0.3f, 0.4f, 1};
+    const float snapshot[8] = {0.5f, 0.5f, 0.5f, 1, 0.2f, 0.3f, 0.4f, 1};
+    const ImageSize roi{2, 1};
+    const float bad_whites[][3] = {{0.9f, 0, 0.8f}, {0.9f, 1, -1}, {NAN, 1, 1}, {1, INFINITY, 1}};
+    EXPECT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(image, 0, &roi, nullptr, nullptr), StatusInvalidParameter);
+    EXPECT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(nullptr, 32, &roi, nullptr, nullptr), StatusInvalidParameter);
+    EXPECT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(image, 32, nullptr, nullptr, nullptr), StatusInvalidParameter);
+    for (const auto& w : bad_whites) EXPECT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(image, 32, &roi, nullptr, w), StatusInvalidParameter);
+    EXPECT_EQ(std::memcmp(image, snapshot, sizeof image), 0);
+    // The caller's matrix and white: the default ones given explicitly change nothing.
+    const float m[9] = {0.4360747f, 0.3850649f, 0.1430804f, 0.2225045f, 0.7168786f, 0.0606169f, 0.0139322f, 0.0971045f, 0.7141733f};
+    const float d50[3] = {0.96422f, 1.0f, 0.82521f};
+    float given[8], defaults[8];
+    std::memcpy(given, snapshot, sizeof given);
+    std::memcpy(defaults, snapshot, sizeof defaults);
+    ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(given, 32, &roi, m, d50), StatusOk);
+    ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(defaults, 32, &roi, nullptr, nullptr), StatusOk);
+    EXPECT_EQ(std::memcmp(given, defaults, sizeof given), 0);
+
+    // MatrixMult: nulls, sizes below 1 and a result overlapping either factor; a and b may alias.
+    float buf[24];
+    for (int i = 0; i < 24; ++i) buf[i] = float(i % 7) - 2.5f;
+    const std::vector<float> unchanged(buf, buf + 24);
+    float c[9] = {};
+    EXPECT_EQ(MatrixMult(nullptr, buf, c, 3, 3, 3), StatusInvalidParameter);
+    EXPECT_EQ(MatrixMult(buf, buf, c, 0, 3, 3), StatusInvalidParameter);
+    EXPECT_EQ(MatrixMult(buf, buf, c, 3, 3, -1), StatusInvalidParameter);
+    EXPECT_EQ(MatrixMult(buf, buf + 9, buf + 8, 3, 3, 3), StatusInvalidParameter);   // c starts on a's last float
+    EXPECT_EQ(MatrixMult(buf + 3, buf + 12, buf, 2, 2, 2), StatusInvalidParameter);  // c ends on a's first float
+    EXPECT_EQ(MatrixMult(buf, buf + 12, buf + 14, 3, 3, 1), StatusInvalidParameter); // c overlaps b
+    EXPECT_EQ(std::vector<float>(buf, buf + 24), unchanged);
+    EXPECT_EQ(MatrixMult(buf, buf + 12, buf + 9, 3, 3, 1), StatusOk);  // c sits between a and b
+    EXPECT_EQ(MatrixMult(buf, buf, c, 3, 3, 3), StatusOk);             // a and b alias
+    std::mt19937 rng(3);
+    for (int round = 0; round < 30; ++round) {
+        const int rows = 1 + int(rng() % 5), inner = 1 + int(rng() % 5), cols = 1 + int(rng() % 5);
+        std::vector<float> a(size_t(rows * inner)), b(size_t(inner * cols)), out(size_t(rows * cols));
+        for (float& v : a) v = std::uniform_real_distribution<float>(-3, 3)(rng);
+        for (float& v : b) v = std::uniform_real_distribution<float>(-3, 3)(rng);
+        ASSERT_EQ(MatrixMult(a.data(), b.data(), out.data(), rows, inner, cols), StatusOk);
+        for (int i = 0; i < rows; ++i)
+            for (int j = 0; j < cols; ++j) {
+                double sum = 0;
+                for (int k = 0; k < inner; ++k) sum += double(a[size_t(i * inner + k)]) * b[size_t(k * cols + j)];
+                ASSERT_EQ(out[size_t(i * cols + j)], float(sum));
+            }
+    }
+}
+
+#if defined(VELMORA_TEST_LCMS2)
+// Little CMS's sRGB profile (D50-adapted colorants, the same curve) to Lab D50: within 0.1.
+TEST(ColorProperties, SrgbLabAgreesWithLittleCms) {
+    cmsHPROFILE srgb = cmsCreate_sRGBProfile(), lab = cmsCreateLab4Profile(cmsD50_xyY());
+    cmsHTRANSFORM to_lab = cmsCreateTransform(srgb, TYPE_RGB_FLT, lab, TYPE_Lab_FLT, INTENT_RELATIVE_COLORIMETRIC,
+                                              cmsFLAGS_NOCACHE | cmsFLAGS_NOOPTIMIZE);
+    ASSERT_NE(to_lab, nullptr);
+    std::vector<float> rgb, px;
+    for (int i = 0; i < 17 * 17 * 17; ++i) {
+        const float v[3] = {float(i % 17) / 16, float(i / 17 % 17) / 16, float(i / 289) / 16};
+        rgb.insert(rgb.end(), v, v + 3);
+        px.insert(px.end(), {v[0], v[1], v[2], 1.0f});
+    }
+    std::vector<float> want(rgb.size());
+    cmsDoTransform(to_lab, rgb.data(), want.data(), 17 * 17 * 17);
+    const std::vector<float> got = Apply(XMImageSRGBToLab_Rgb128F_SSE2, px);
+    for (size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i / 3 * 4 + i % 3], want[i], 0.1) << "colour " << i / 3;
+    cmsDeleteTransform(to_lab);
+    cmsCloseProfile(lab);
+    cmsCloseProfile(srgb);
+}
+#endif
+
+}  // namespace

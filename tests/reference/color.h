@@ -1,0 +1,85 @@
+// Plain references for the colour matrices and fixed colour spaces: one pixel at a time, in float,
+// each formula written out left to right as the header states it (so the kernels must agree bit
+// for bit), and the Lab kernels in double precision through reference/lab.h and the sRGB curves.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+
+#include "reference/lab.h"
+#include "reference/srgb.h"
+
+namespace ref::color {
+
+// ((m0 a + m1 b) + m2 c) (+ m3 d): one matrix row, left to right.
+inline float Row(const float* m, float a, float b, float c) { return (m[0] * a + m[1] * b) + m[2] * c; }
+
+inline void Twist4x4(const float* t, const float* s, float* d) {
+    for (int i = 0; i < 4; ++i) d[i] = Row(t + 4 * i, s[0], s[1], s[2]) + t[4 * i + 3] * s[3];
+}
+inline void Affine3x4(const float* m, const float* s, float* d) {
+    for (int i = 0; i < 3; ++i) d[i] = Row(m + 4 * i, s[0], s[1], s[2]) + m[4 * i + 3];
+}
+
+inline void RgbToYCbCr(const float* s, float* d) {
+    d[0] = (0.299f * s[0] + 0.587f * s[1]) + 0.114f * s[2];
+    d[1] = ((-0.168736f * s[0] - 0.331264f * s[1]) + 0.5f * s[2]) + 0.5f;
+    d[2] = ((0.5f * s[0] - 0.418688f * s[1]) - 0.081312f * s[2]) + 0.5f;
+    d[3] = s[3];
+}
+inline void YCbCrToRgb(const float* s, float* d) {
+    const float cb = s[1] - 0.5f, cr = s[2] - 0.5f;
+    d[0] = s[0] + 1.402f * cr;
+    d[1] = (s[0] - 0.344136f * cb) - 0.714136f * cr;
+    d[2] = s[0] + 1.772f * cb;
+    d[3] = s[3];
+}
+inline void RgbToYuv(const float* s, float* d) {
+    const float y = (0.299f * s[0] + 0.587f * s[1]) + 0.114f * s[2];
+    d[0] = y, d[1] = 0.492111f * (s[2] - y), d[2] = 0.877283f * (s[0] - y), d[3] = s[3];
+}
+inline void YuvToRgb(const float* s, float* d) {
+    d[0] = s[0] + 1.139883f * s[2];
+    d[1] = (s[0] - 0.394642f * s[1]) - 0.580622f * s[2];
+    d[2] = s[0] + 2.032062f * s[1];
+    d[3] = s[3];
+}
+inline void RgbToCmy(const float* s, float* d) {
+    for (int i = 0; i < 3; ++i) d[i] = 1.0f - s[i];
+}
+inline void RgbToCmyk(float g, const float* s, float* d) {
+    const float k = std::clamp(g * (1.0f - std::max({s[0], s[1], s[2]})), 0.0f, 1.0f);
+    for (int i = 0; i < 3; ++i) d[i] = k >= 1.0f ? 0.0f : ((1.0f - s[i]) - k) / (1.0f - k);
+    d[3] = k;
+}
+
+// sRGB-D50 (Bradford) and its inverse, rows as in the header.
+inline constexpr double kSrgbToXyz[9] = {0.4360747, 0.3850649, 0.1430804, 0.2225045, 0.7168786,
+                                         0.0606169, 0.0139322, 0.0971045, 0.7141733};
+inline constexpr double kXyzToSrgb[9] = {3.1338564, -1.6168668, -0.4906148, -0.9787686, 1.9161416,
+                                         0.0334541, 0.0719452, -0.2289913, 1.4052427};
+inline constexpr double kD50[3] = {kLabWhiteX, 1.0, kLabWhiteZ};
+
+inline void Apply3(const double* m, const double in[3], double out[3]) {
+    for (int i = 0; i < 3; ++i) out[i] = m[3 * i] * in[0] + m[3 * i + 1] * in[1] + m[3 * i + 2] * in[2];
+}
+
+// sRGB-encoded RGB to L*, a*, b* with any matrix and white (the vector curve has no clamp: the
+// double curve is extended the same way, linear below the threshold and the power above).
+inline void SrgbToLab(const double* m, const double* white, const float* s, double* lab) {
+    double lin[3], xyz[3];
+    for (int i = 0; i < 3; ++i) lin[i] = s[i] <= 0.04045f ? s[i] / 12.92 : std::pow((s[i] + 0.055) / 1.055, 2.4);
+    Apply3(m, lin, xyz);
+    const Lab v = LabFromXyz(xyz[0], xyz[1], xyz[2], white);
+    lab[0] = v.l, lab[1] = v.a, lab[2] = v.b;
+}
+
+// L*, a*, b* to sRGB-encoded RGB (unclamped curve).
+inline void LabToSrgb(double l, double a, double b, bool textbook, double* out) {
+    const Rgb x = XyzFromLab(l, a, b, textbook);
+    const double xyz[3] = {x.r, x.g, x.b};
+    Apply3(kXyzToSrgb, xyz, out);
+    for (int i = 0; i < 3; ++i) out[i] = out[i] < 0.0031308 ? 12.92 * out[i] : 1.055 * std::pow(out[i], 1 / 2.4) - 0.055;
+}
+
+}  // namespace ref::color

@@ -102,35 +102,63 @@ struct Bgra32 {
 
 // ---- Row walks ------------------------------------------------------------------------------
 
-// Runs fn(planes) on every pixel of width x height, four pixels at a time. A row's last one to
-// three pixels are copied to the stack (the destination's too, for layouts that keep part of
-// it), processed as a group of four and copied back, so nothing outside the region is touched.
-template <class In, class Out, class Fn>
-void QuadRows(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t width,
-              int32_t height, Fn&& fn) {
+// Runs fn(planes) on every pixel of width x height, B::size pixels at a time (B is a float batch
+// of four lanes or a multiple of four; the wider ones gather their planes from groups of four).
+// A row's last pixels that do not fill a batch are copied to the stack (the destination's too,
+// for layouts that keep part of it), processed as a whole batch and copied back, so nothing
+// outside the region is touched and every lane sees the arithmetic of the others.
+template <class B, class In, class Out, class Fn>
+void PlaneRows(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t width,
+               int32_t height, Fn&& fn) {
     using S = typename In::T;
     using D = typename Out::T;
-    const auto quad = [&](const S* s, D* d) {
-        Planes v;
-        In::Load(s, v);
-        fn(v);
-        Out::Store(d, v);
+    constexpr int32_t kPixels = static_cast<int32_t>(B::size), kGroups = kPixels / 4;
+    const auto batch = [&](const S* s, D* d) {
+        if constexpr (kGroups == 1) {
+            Planes v;
+            In::Load(s, v);
+            fn(v);
+            Out::Store(d, v);
+        } else {
+            alignas(64) float lanes[4][kPixels];
+            for (int g = 0; g < kGroups; ++g) {
+                Planes q;
+                In::Load(s + 4 * In::kElements * g, q);
+                for (int c = 0; c < 4; ++c) v4::StoreAligned(&lanes[c][4 * g], q[c]);
+            }
+            B v[4];
+            for (int c = 0; c < 4; ++c) v[c] = B::load_aligned(lanes[c]);
+            fn(v);
+            for (int c = 0; c < 4; ++c) v[c].store_aligned(lanes[c]);
+            for (int g = 0; g < kGroups; ++g) {
+                Planes q;
+                for (int c = 0; c < 4; ++c) q[c] = v4::LoadAligned(&lanes[c][4 * g]);
+                Out::Store(d + 4 * Out::kElements * g, q);
+            }
+        }
     };
     for (int32_t y = 0; y < height; ++y) {
         const S* s = frame::Row(src, src_step, y);
         D* d = frame::Row(dst, dst_step, y);
         int32_t x = 0;
-        for (; x + 4 <= width; x += 4) quad(s + In::kElements * x, d + Out::kElements * x);
+        for (; x + kPixels <= width; x += kPixels) batch(s + In::kElements * x, d + Out::kElements * x);
         if (x < width) {
             const size_t n = static_cast<size_t>(width - x);
-            alignas(16) S in[4 * In::kElements] = {};
-            alignas(16) D out[4 * Out::kElements] = {};
+            alignas(64) S in[kPixels * In::kElements] = {};
+            alignas(64) D out[kPixels * Out::kElements] = {};
             std::memcpy(in, s + In::kElements * x, n * In::kElements * sizeof(S));
             std::memcpy(out, d + Out::kElements * x, n * Out::kElements * sizeof(D));
-            quad(in, out);
+            batch(in, out);
             std::memcpy(d + Out::kElements * x, out, n * Out::kElements * sizeof(D));
         }
     }
+}
+
+// Four pixels at a time: the memory-bound kernels gain nothing from wider vectors.
+template <class In, class Out, class Fn>
+void QuadRows(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t width,
+              int32_t height, Fn&& fn) {
+    PlaneRows<Batch4, In, Out>(src, src_step, dst, dst_step, width, height, fn);
 }
 
 // The same walk on a matrix-style region: the planes are moved to pixel (x, y) first.

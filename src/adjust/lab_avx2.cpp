@@ -6,6 +6,7 @@
 
 #include "adjust/halves_avx2.h"
 #include "adjust/lab_math.h"
+#include "adjust/lab_rows.h"
 
 namespace velmora::adjust::lab {
 namespace {
@@ -48,5 +49,10 @@ void LabRowAvx2(float* row, int32_t width) {
 
 void ToLabRowAvx2(float* row, int32_t width) { LabRowAvx2<true>(row, width); }
 void FromLabRowAvx2(float* row, int32_t width) { LabRowAvx2<false>(row, width); }
+
+void InterleavedRowsAvx2(Interleaved kind, float* image, int32_t step, int32_t width, int32_t height,
+                         const InterleavedArgs& a) {
+    InterleavedRows<Batch8>(kind, image, step, width, height, a);
+}
 
 }  // namespace velmora::adjust::lab

@@ -8,6 +8,8 @@
 
 #include <xsimd/xsimd.hpp>
 
+#include "core/xmmath.h"
+
 namespace velmora::adjust::lab {
 
 // Reference white of D50 as the host's colour management states it.
@@ -57,7 +59,7 @@ template <class B, int N>
 inline void CubeRoots(const B (&t)[N], B (&root)[N]) {
     B ln[N];
     for (int i = 0; i < N; ++i) ln[i] = xsimd::log(t[i]);
-    for (int i = 0; i < N; ++i) root[i] = xsimd::exp(ln[i] * B(0.33333334f));
+    for (int i = 0; i < N; ++i) root[i] = XMVectorExpE(ln[i] * B(0.33333334f));
 }
 
 // L*, a*, b* from the white-relative tristimulus ratios x = X / Xn, y = Y / Yn, z = Z / Zn.

@@ -24,6 +24,8 @@
 
 #include <emmintrin.h>
 
+#include <type_traits>
+
 #include <xsimd/xsimd.hpp>
 
 namespace velmora {
@@ -38,7 +40,14 @@ inline __m128 XMVectorExp2(__m128 v) { return xsimd::exp2(Batch4(v)); }
 // at every width, so each lane equals the four-lane result.
 template <class Arch>
 inline xsimd::batch<float, Arch> XMVectorExpE(xsimd::batch<float, Arch> v) {
-    return xsimd::exp(v);
+    const xsimd::batch<float, Arch> r = xsimd::exp(v);
+    // The four- and eight-lane e^x return a NaN input with its sign bit flipped (the exponent
+    // arithmetic carries it), the sixteen-lane one returns it as it came: the wide body flips it
+    // too, so every level gives the same bits.
+    if constexpr (std::is_same_v<Arch, xsimd::avx512f>)
+        return xsimd::select(xsimd::isnan(v), xsimd::bitwise_xor(v, xsimd::batch<float, Arch>(-0.0f)), r);
+    else
+        return r;
 }
 template <class Arch>
 inline xsimd::batch<float, Arch> XMVectorExp2(xsimd::batch<float, Arch> v) {

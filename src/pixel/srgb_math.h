@@ -10,6 +10,8 @@
 
 #include <xsimd/xsimd.hpp>
 
+#include "core/xmmath.h"
+
 #include "core/frame.h"
 
 namespace velmora::pixel::srgb {
@@ -29,7 +31,7 @@ static_assert(std::bit_cast<uint32_t>(kEncodeExponent) == 0x3ED55555u);
 // x^y as e^(y ln x), the library's fast power.
 template <class B>
 inline B PowFast(B x, float y) {
-    return xsimd::exp(xsimd::log(x) * B(y));
+    return XMVectorExpE(xsimd::log(x) * B(y));
 }
 
 // Negative values take the linear branch and values above 1 the power branch; NaN fails the

@@ -15,7 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "adjust/edge_pixels.h"
 #include "reference/color.h"
+#include "support/dispatch.h"
 #include "support/compare.h"
 #include "support/shapes.h"
 #include "velmora/imaging.h"
@@ -273,6 +275,23 @@ TEST_P(ColorKernels, MatchReferenceOnRandomShapes) {
 
 INSTANTIATE_TEST_SUITE_P(All, ColorKernels, ::testing::ValuesIn(AllKernels()),
                          [](const auto& info) { return info.param.name; });
+
+// The interleaved Lab kernels run four, eight or sixteen pixels a vector by level; every level
+// gives the SSE2 body's bits, on edge values around the curves' and Lab's thresholds.
+TEST(ColorLevels, LabKernelsMatchSse2) {
+    const float curve[5] = {0.0f, 0.3f, 0.6f, 1.0f, 1.0f};
+    const std::function<void(float*, int32_t, const ImageSize*)> kernels[] = {
+        XMImageRGBToLab_Rgb128F_SSE2, XMImageLabToRGB_Rgb128F_SSE2, XMImageSRGBToLab_Rgb128F_SSE2,
+        XMImageLabToSRGB_Rgb128F_SSE2, XMImageLABToRGB_Rgb128F_SSE2, XMImageLABToSRGB_Rgb128F_SSE2,
+        [&](float* p, int32_t step, const ImageSize* roi) { XMImageLoopLab_Rgba128F_SSE2(p, step, roi, curve, 3, 0.3f); }};
+    for (const auto& kernel : kernels)
+        for (const vt::Shape& s : vt::RandomShapes(811, 40, 70, 3)) {
+            SCOPED_TRACE(vt::Describe(s));
+            const ImageSize roi{s.width, s.height};
+            ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, vt::RowBytes(s.width, 1, 16), vt::EdgePixels{},
+                                                  [&](const vt::GuardedPlane& plane) { kernel(plane.As<float>(), plane.step(), &roi); }));
+        }
+}
 
 // Pixels (four floats each) through an in-place or source-to-destination call.
 std::vector<float> Apply(void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*), std::vector<float> px) {

@@ -1,0 +1,141 @@
+// Colour spaces and matrices on 4000x3000, one thread, beside OpenCV doing the same work: cvtColor
+// for Lab (float, sRGB-encoded and linear), YCrCb and YUV, cv::transform for the twists and the
+// working-space transform. The in-place kernels start each run from the same pristine input,
+// copied outside the timed region; everything else is timed whole.
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "bench_support.h"
+#include "velmora/imaging.h"
+
+namespace {
+
+using vb::kHeight;
+using vb::kWidth;
+
+constexpr int64_t kPixels = int64_t{kWidth} * kHeight;
+
+struct Images {
+    vb::Plane rgb = vb::MakeFloatPlane(4), work = vb::MakeFloatPlane(4), lab = vb::MakeFloatPlane(4);
+    ImageSize roi{kWidth, kHeight};
+    Images() {
+        std::memcpy(lab.data(), rgb.data(), bytes());
+        XMImageSRGBToLab_Rgb128F_SSE2(lab.As<float>(), lab.step, &roi);
+    }
+    cv::Mat Mat(const vb::Plane& p) const { return cv::Mat(kHeight, kWidth, CV_32FC4, p.data(), p.step); }
+    size_t bytes() const { return static_cast<size_t>(rgb.step) * kHeight; }
+};
+
+Images& Shared() {
+    static Images im;
+    return im;
+}
+
+const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0, 0, 0, 1};
+const float kProPhotoToSrgb[12] = {2.0343f, -0.7276f, -0.3067f, 0, -0.2289f, 1.2320f, -0.0031f, 0, -0.0085f, -0.1533f, 1.1618f, 0};
+
+// An in-place kernel on a fresh copy of `input` each run (the Lab input for the Lab-to-RGB ones).
+void InPlace(benchmark::State& state, void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*), bool from_lab) {
+    Images& im = Shared();
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::memcpy(im.work.data(), (from_lab ? im.lab : im.rgb).data(), im.bytes());
+        state.ResumeTiming();
+        f(im.work.As<float>(), im.work.step, &im.roi);
+        benchmark::ClobberMemory();
+    }
+    vb::SetCounters(state, kPixels, kPixels * 32);
+}
+
+// Source to destination, timed whole.
+void Call(benchmark::State& state, const std::function<void(Images&)>& fn, int64_t bytes_per_pixel) {
+    Images& im = Shared();
+    cv::setNumThreads(1);
+    for (auto _ : state) {
+        fn(im);
+        benchmark::ClobberMemory();
+    }
+    vb::SetCounters(state, kPixels, kPixels * bytes_per_pixel);
+}
+
+void Register(const std::string& name, std::function<void(benchmark::State&)> fn) {
+    benchmark::RegisterBenchmark(("color/" + name).c_str(), fn)->Unit(benchmark::kMillisecond);
+}
+
+const bool kRegistered = [] {
+    // Lab, both RGB spaces, beside cvtColor's float conversions (three-channel Lab).
+    Register("srgb_to_lab/velmora", [](auto& s) { InPlace(s, XMImageSRGBToLab_Rgb128F_SSE2, false); });
+    Register("srgb_to_lab/opencv", [](auto& s) {
+        cv::Mat lab(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
+        Call(s, [&](Images& im) { cv::cvtColor(im.Mat(im.rgb), lab, cv::COLOR_RGB2Lab); }, 28);
+    });
+    Register("lab_to_srgb/velmora", [](auto& s) { InPlace(s, XMImageLabToSRGB_Rgb128F_SSE2, true); });
+    Register("lab_to_srgb/opencv", [](auto& s) {
+        cv::Mat lab;
+        cv::cvtColor(Shared().Mat(Shared().rgb), lab, cv::COLOR_RGB2Lab);
+        Call(s, [&](Images& im) { cv::Mat out = im.Mat(im.work); cv::cvtColor(lab, out, cv::COLOR_Lab2RGB, 4); }, 28);
+    });
+    Register("prophoto_to_lab/velmora", [](auto& s) { InPlace(s, XMImageRGBToLab_Rgb128F_SSE2, false); });
+    Register("prophoto_to_lab/opencv", [](auto& s) {
+        cv::Mat lab(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
+        Call(s, [&](Images& im) { cv::cvtColor(im.Mat(im.rgb), lab, cv::COLOR_LRGB2Lab); }, 28);
+    });
+    Register("lab_to_prophoto/velmora", [](auto& s) { InPlace(s, XMImageLabToRGB_Rgb128F_SSE2, true); });
+    Register("lab_to_prophoto/opencv", [](auto& s) {
+        cv::Mat lab;
+        cv::cvtColor(Shared().Mat(Shared().rgb), lab, cv::COLOR_LRGB2Lab);
+        Call(s, [&](Images& im) { cv::Mat out = im.Mat(im.work); cv::cvtColor(lab, out, cv::COLOR_Lab2LRGB, 4); }, 28);
+    });
+    // Matrices on four-float pixels beside cv::transform with the same matrix.
+    Register("twist_c4/velmora", [](auto& s) {
+        Call(s, [](Images& im) {
+            ColorTwist_32f_C4R(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, 0, 0, kWidth, kHeight, kTwist);
+        }, 32);
+    });
+    Register("twist_c4/opencv", [](auto& s) {
+        const cv::Mat m(4, 4, CV_32F, const_cast<float*>(kTwist));
+        Call(s, [&](Images& im) { cv::Mat out = im.Mat(im.work); cv::transform(im.Mat(im.rgb), out, m); }, 32);
+    });
+    Register("transform/velmora", [](auto& s) {
+        Call(s, [](Images& im) {
+            ColorTransform_Rgba128F_SSE2(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, &im.roi, kProPhotoToSrgb);
+        }, 32);
+    });
+    Register("transform/opencv", [](auto& s) {
+        float m4[16];
+        for (int i = 0; i < 12; ++i) m4[i] = i % 4 == 3 ? 0.0f : kProPhotoToSrgb[i];
+        m4[12] = m4[13] = m4[14] = 0, m4[15] = 1;
+        const cv::Mat m(4, 4, CV_32F, m4);
+        Call(s, [&](Images& im) { cv::Mat out = im.Mat(im.work); cv::transform(im.Mat(im.rgb), out, m); }, 32);
+    });
+    Register("transform_to_bgra32/velmora", [](auto& s) {
+        static vb::Plane bytes = vb::MakePlane(int64_t{kWidth} * 4);
+        Call(s, [](Images& im) {
+            ColorTransform_Rgba128F_Bgra32_SSE2(im.rgb.As<float>(), im.rgb.step, bytes.data(), bytes.step, &im.roi, kProPhotoToSrgb);
+        }, 20);
+    });
+    // YCbCr and YUV beside cvtColor (three-channel float).
+    Register("ycbcr/velmora", [](auto& s) {
+        Call(s, [](Images& im) {
+            RGBToYCbCr_32f_C4R(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, 0, 0, kWidth, kHeight);
+        }, 32);
+    });
+    Register("ycbcr/opencv", [](auto& s) {
+        cv::Mat out(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
+        Call(s, [&](Images& im) { cv::cvtColor(im.Mat(im.rgb), out, cv::COLOR_RGB2YCrCb); }, 28);
+    });
+    Register("yuv/velmora", [](auto& s) {
+        Call(s, [](Images& im) { RGBToYUV_Rgb128F(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, &im.roi); }, 32);
+    });
+    Register("yuv/opencv", [](auto& s) {
+        cv::Mat out(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
+        Call(s, [&](Images& im) { cv::cvtColor(im.Mat(im.rgb), out, cv::COLOR_RGB2YUV); }, 28);
+    });
+    return true;
+}();
+
+}  // namespace

@@ -116,16 +116,15 @@ void BaseLuminance(FloatImage& work) {
         }
 }
 
-// Linear ProPhoto to linear sRGB primaries, in place.
+// Linear ProPhoto to linear sRGB primaries, in place, by the library's colour transform (its
+// 3 x 4 matrix: one row per output channel, no offsets).
 void ToSrgbPrimaries(FloatImage& work) {
     const Matrix m = Inverse(SrgbToProPhoto());
-    for (int y = 0; y < work.height; ++y) {
-        float* px = work.Row(y);
-        for (int x = 0; x < work.width; ++x, px += 4) {
-            const double p[3] = {px[0], px[1], px[2]};
-            for (int c = 0; c < 3; ++c) px[c] = static_cast<float>(m[c][0] * p[0] + m[c][1] * p[1] + m[c][2] * p[2]);
-        }
-    }
+    float rows[12] = {};
+    for (int c = 0; c < 3; ++c)
+        for (int k = 0; k < 3; ++k) rows[4 * c + k] = static_cast<float>(m[c][k]);
+    const ImageSize roi{work.width, work.height};
+    ColorTransform_Rgba128F_SSE2(work.data.get(), work.step, work.data.get(), work.step, &roi, rows);
 }
 
 // Brings linear sRGB colours outside [0, 1] back into the gamut without turning their hue, where
@@ -269,7 +268,7 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
                 ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, 0.0f, 0.0f,
                                                     maps[4].data(), in.width * 4);
         });
-    Stage("ProPhoto -> sRGB primaries (tool)", pixels, [&] { ToSrgbPrimaries(work); });
+    Stage("ProPhoto -> sRGB primaries", pixels, [&] { ToSrgbPrimaries(work); });
     Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });
     // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
     Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });

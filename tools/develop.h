@@ -1,7 +1,6 @@
 // The editor's develop road on an 8/16-bit sRGB image: into linear ProPhoto with a base luminance
 // lane, the library's develop pass, and back to sRGB codes of the same depth. Each stage is timed.
-// The base luminance blur and the ProPhoto-to-sRGB matrix are the tool's own code until the
-// library exports them.
+// The base luminance blur and the hue-preserving gamut clip are the tool's own code.
 #pragma once
 
 #include <string>

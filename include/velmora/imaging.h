@@ -543,7 +543,8 @@ VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4R(const float* src, int32_
                                                        const float* twist);
 VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y,
                                                         int32_t width, int32_t height, const float* twist);
-/* R, G, B through a 3 x 4 matrix (say ProPhoto to sRGB primaries), alpha carried: float to float. */
+/* R, G, B through a 3 x 4 matrix (say ProPhoto to sRGB primaries), alpha carried: float to float;
+   src and dst may be the same plane (in place). */
 VELMORA_API void VELMORA_CALL ColorTransform_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
                                                            int32_t dstStep, const ImageSize* roi, const float* m);
 /* Bgra32 to Rgba128F: bytes times the float nearest 1/255 (alpha too), B and R exchanged, then the matrix. */

@@ -155,22 +155,24 @@ TEST(Transmission, ThreeFormatsAndRecovery) {
     });
 }
 
-// A destination that starts right after the dark row does not overlap it, so it takes the
-// refined-reciprocal blocks like any separate plane. (Grey 0.9 is a light whose refined
-// reciprocal differs from the exact one, so the two paths give different bits.)
+// A destination that ends right where the dark row starts, or starts right after it, does not
+// overlap it, so it takes the refined-reciprocal blocks like any separate plane. (Grey 0.9 is a
+// light whose refined reciprocal differs from the exact one, so the two paths give different bits.)
 TEST(Transmission, AdjacentRowsAreNotAnOverlap) {
     Rng rng{std::mt19937(9)};
     const float light[3] = {0.9f, 0.9f, 0.9f};
-    for (const int w : {16, 23, 40}) {
-        std::vector<float> buf(size_t(2 * w));
-        for (int i = 0; i < w; ++i) buf[size_t(i)] = rng.Float(0.0f, 1.0f);
-        const std::vector<float> d(buf.begin(), buf.begin() + w);
-        float* dst = buf.data() + w;
-        RoughtTransmissionMap_32f_C1R(buf.data(), w * 4, dst, w * 4, 0, 0, w, 1, light, 0.9f);
-        std::vector<float> want(static_cast<size_t>(w), 0.0f);
-        ref::TransmissionRow(d.data(), want.data(), w, 0.9f, ref::Grey(light[0], light[1], light[2]), true);
-        EXPECT_TRUE(Equal(std::vector<float>(dst, dst + w), want)) << "width " << w;
-    }
+    for (const int w : {16, 23, 40})
+        for (const bool dst_first : {false, true}) {
+            std::vector<float> buf(size_t(2 * w));
+            float* dark = buf.data() + (dst_first ? w : 0);
+            float* dst = buf.data() + (dst_first ? 0 : w);
+            for (int i = 0; i < w; ++i) dark[i] = rng.Float(0.0f, 1.0f);
+            const std::vector<float> d(dark, dark + w);
+            RoughtTransmissionMap_32f_C1R(dark, w * 4, dst, w * 4, 0, 0, w, 1, light, 0.9f);
+            std::vector<float> want(static_cast<size_t>(w), 0.0f);
+            ref::TransmissionRow(d.data(), want.data(), w, 0.9f, ref::Grey(light[0], light[1], light[2]), true);
+            EXPECT_TRUE(Equal(std::vector<float>(dst, dst + w), want)) << "width " << w << (dst_first ? ", destination first" : "");
+        }
 }
 
 }  // namespace

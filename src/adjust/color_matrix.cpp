@@ -9,21 +9,13 @@
 // region; none demands alignment.
 #include <cstdint>
 
-#include "adjust/color_rows.h"
+#include "adjust/color_passes.h"
 #include "core/frame.h"
 
 namespace velmora::adjust {
 namespace {
 
-using color::Planes;
-
-// All four channels through a row-major 4 x 4 matrix.
-void Twist4x4(Planes& v, const float* t) {
-    const Batch4 s[4] = {v[0], v[1], v[2], v[3]};
-    for (int i = 0; i < 4; ++i) v[i] = color::Row3(s[0], s[1], s[2], t + 4 * i) + s[3] * Batch4(t[4 * i + 3]);
-}
-
-// Half-open byte ranges [p, p + bytes) and [q, q + bytes') meet.
+// Half-open byte ranges [p, p + p_bytes) and [q, q + q_bytes) meet.
 bool Overlap(const void* p, int64_t p_bytes, const void* q, int64_t q_bytes) {
     const auto a = reinterpret_cast<uintptr_t>(p), b = reinterpret_cast<uintptr_t>(q);
     return a < b + static_cast<uint64_t>(q_bytes) && b < a + static_cast<uint64_t>(p_bytes);
@@ -33,13 +25,26 @@ bool Overlap(const void* p, int64_t p_bytes, const void* q, int64_t q_bytes) {
 }  // namespace velmora::adjust
 
 using namespace velmora;
+using color::Pass;
 using color::Planes;
+
+namespace {
+
+color::PassArgs WithMatrix(const float* m) {
+    color::PassArgs a;
+    a.matrix = m;
+    return a;
+}
+
+// The 3 x 4 matrix on four pixels held as planes (the 8-bit transforms, four pixels a step).
+const auto kAffine = [](const float* m) { return [m](Planes& v) { color::Apply(Pass::Affine3x4, v, WithMatrix(m)); }; };
+
+}  // namespace
 
 extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C4R(const float* src, int32_t srcStep, float* dst,
                                                                   int32_t dstStep, int32_t x, int32_t y, int32_t width,
                                                                   int32_t height, const float* twist) {
-    return color::QuadRegion<color::Rgba128, color::Rgba128>(src, srcStep, dst, dstStep, x, y, width, height,
-                                                             [&](Planes& v) { adjust::Twist4x4(v, twist); });
+    return color::RunWidestAt(Pass::Twist4x4, false, src, srcStep, dst, dstStep, x, y, width, height, WithMatrix(twist));
 }
 
 extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C4IR(float* image, int32_t step, int32_t x, int32_t y,
@@ -50,15 +55,13 @@ extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C4IR(float* image,
 extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_C3R(const float* src, int32_t srcStep, float* dst,
                                                                   int32_t dstStep, int32_t x, int32_t y, int32_t width,
                                                                   int32_t height, const float* twist) {
-    return color::QuadRegion<color::Rgb96, color::Rgb96>(src, srcStep, dst, dstStep, x, y, width, height,
-                                                         [&](Planes& v) { color::Affine3x4(v, twist); });
+    return color::QuadRegion<color::Rgb96, color::Rgb96>(src, srcStep, dst, dstStep, x, y, width, height, kAffine(twist));
 }
 
 extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4R(const float* src, int32_t srcStep, float* dst,
                                                                    int32_t dstStep, int32_t x, int32_t y, int32_t width,
                                                                    int32_t height, const float* twist) {
-    return color::QuadRegion<color::Rgba128, color::Rgba128KeepAlpha>(src, srcStep, dst, dstStep, x, y, width, height,
-                                                                      [&](Planes& v) { color::Affine3x4(v, twist); });
+    return color::RunWidestAt(Pass::Affine3x4, true, src, srcStep, dst, dstStep, x, y, width, height, WithMatrix(twist));
 }
 
 extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y,
@@ -69,24 +72,20 @@ extern "C" VELMORA_API StatusCode VELMORA_CALL ColorTwist_32f_AC4IR(float* image
 extern "C" VELMORA_API void VELMORA_CALL ColorTransform_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
                                                                       int32_t dstStep, const ImageSize* roi,
                                                                       const float* m) {
-    color::QuadRows<color::Rgba128, color::Rgba128>(src, srcStep, dst, dstStep, roi->width, roi->height,
-                                                    [&](Planes& v) { color::Affine3x4(v, m); });
+    color::RunWidest(Pass::Affine3x4, false, src, srcStep, dst, dstStep, roi->width, roi->height, WithMatrix(m));
 }
 
 extern "C" VELMORA_API void VELMORA_CALL ColorTransform_Bgra32_Rgba128F_SSE2(const uint8_t* src, int32_t srcStep,
                                                                              float* dst, int32_t dstStep,
                                                                              const ImageSize* roi, const float* m) {
-    color::QuadRows<color::Bgra32, color::Rgba128>(src, srcStep, dst, dstStep, roi->width, roi->height,
-                                                   [&](Planes& v) { color::Affine3x4(v, m); });
+    color::QuadRows<color::Bgra32, color::Rgba128>(src, srcStep, dst, dstStep, roi->width, roi->height, kAffine(m));
 }
 
 extern "C" VELMORA_API void VELMORA_CALL ColorTransform_Rgba128F_Bgra32_SSE2(const float* src, int32_t srcStep,
                                                                              uint8_t* dst, int32_t dstStep,
                                                                              const ImageSize* roi, const float* m) {
-    color::QuadRows<color::Rgba128, color::Bgra32>(src, srcStep, dst, dstStep, roi->width, roi->height,
-                                                   [&](Planes& v) { color::Affine3x4(v, m); });
+    color::QuadRows<color::Rgba128, color::Bgra32>(src, srcStep, dst, dstStep, roi->width, roi->height, kAffine(m));
 }
-
 extern "C" VELMORA_API StatusCode VELMORA_CALL MatrixMult(const float* a, const float* b, float* c, int32_t rows,
                                                           int32_t inner, int32_t cols) {
     if (a == nullptr || b == nullptr || c == nullptr) return StatusInvalidParameter;

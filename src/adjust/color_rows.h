@@ -20,35 +20,62 @@ namespace velmora::color {
 // Channel c of four pixels in v[c]: R, G, B and the fourth channel, whatever the stored order.
 using Planes = Batch4[4];
 
-inline void TransposePlanes(Planes& v) {
-    __m128 a = v[0], b = v[1], c = v[2], d = v[3];
-    v4::Transpose4(a, b, c, d);
-    v[0] = a, v[1] = b, v[2] = c, v[3] = d;
-}
+// The 4 x 4 transpose inside every 128-bit lane of four vectors: four pixels of four floats to
+// four channel planes and back. Wider vectors specialise it (color_lanes.h, in the files compiled
+// for their level); their planes then hold the pixels in an interleaved order, which nothing
+// notices because every formula here works lane by lane.
+template <class B>
+struct InLane;
+template <>
+struct InLane<Batch4> {
+    static void Transpose(Batch4 (&v)[4]) {
+        __m128 a = v[0], b = v[1], c = v[2], d = v[3];
+        v4::Transpose4(a, b, c, d);
+        v[0] = a, v[1] = b, v[2] = c, v[3] = d;
+    }
+};
 
-// ---- Pixel layouts: how four stored pixels become planes and back ---------------------------
+inline void TransposePlanes(Planes& v) { InLane<Batch4>::Transpose(v); }
 
-// Four floats a pixel, all four written.
+// ---- Pixel layouts: how stored pixels become planes and back ---------------------------------
+
+// Four floats a pixel, all four written; B::size pixels at a time.
 struct Rgba128 {
     using T = float;
     static constexpr int kElements = 4;
-    static void Load(const float* p, Planes& v) {
-        for (int i = 0; i < 4; ++i) v[i] = v4::Load(p + 4 * i);
-        TransposePlanes(v);
+    template <class B>
+    static void Load(const float* p, B (&v)[4]) {
+        for (int i = 0; i < 4; ++i) v[i] = B::load_unaligned(p + i * B::size);
+        InLane<B>::Transpose(v);
     }
-    static void Store(float* p, Planes& v) {
-        TransposePlanes(v);
-        for (int i = 0; i < 4; ++i) v4::Store(p + 4 * i, v[i]);
+    template <class B>
+    static void Store(float* p, B (&v)[4]) {
+        InLane<B>::Transpose(v);
+        for (int i = 0; i < 4; ++i) v[i].store_unaligned(p + i * B::size);
     }
 };
 
 // Four floats a pixel; the destination's fourth float keeps the value it had (it is read back
 // and merged, so an in-place call rewrites it with itself).
 struct Rgba128KeepAlpha : Rgba128 {
-    static void Store(float* p, Planes& v) {
-        TransposePlanes(v);
-        const __m128 alpha = _mm_castsi128_ps(_mm_set_epi32(-1, 0, 0, 0));
-        for (int i = 0; i < 4; ++i) v4::Store(p + 4 * i, v4::Select(v[i], v4::Load(p + 4 * i), alpha));
+    template <class B>
+    static void Store(float* p, B (&v)[4]) {
+        B old[4];
+        Rgba128::Load(p, old);
+        v[3] = old[3];
+        Rgba128::Store(p, v);
+    }
+};
+
+// Four floats a pixel written with streaming stores, sixteen bytes at a time: for large
+// destinations whose rows all start 16-byte aligned (core/stream.h says when that pays).
+struct Rgba128Streamed : Rgba128 {
+    template <class B>
+    static void Store(float* p, B (&v)[4]) {
+        InLane<B>::Transpose(v);
+        alignas(64) float lanes[4 * B::size];
+        for (int i = 0; i < 4; ++i) v[i].store_aligned(lanes + i * B::size);
+        for (size_t k = 0; k < 4 * B::size; k += 4) _mm_stream_ps(p + k, _mm_load_ps(lanes + k));
     }
 };
 
@@ -102,8 +129,8 @@ struct Bgra32 {
 
 // ---- Row walks ------------------------------------------------------------------------------
 
-// Runs fn(planes) on every pixel of width x height, B::size pixels at a time (B is a float batch
-// of four lanes or a multiple of four; the wider ones gather their planes from groups of four).
+// Runs fn(planes) on every pixel of width x height, B::size pixels at a time (the layout loads and
+// stores them; the four-float layouts take any width of batch, the others four lanes).
 // A row's last pixels that do not fill a batch are copied to the stack (the destination's too,
 // for layouts that keep part of it), processed as a whole batch and copied back, so nothing
 // outside the region is touched and every lane sees the arithmetic of the others.
@@ -112,30 +139,12 @@ void PlaneRows(const typename In::T* src, int32_t src_step, typename Out::T* dst
                int32_t height, Fn&& fn) {
     using S = typename In::T;
     using D = typename Out::T;
-    constexpr int32_t kPixels = static_cast<int32_t>(B::size), kGroups = kPixels / 4;
+    constexpr int32_t kPixels = static_cast<int32_t>(B::size);
     const auto batch = [&](const S* s, D* d) {
-        if constexpr (kGroups == 1) {
-            Planes v;
-            In::Load(s, v);
-            fn(v);
-            Out::Store(d, v);
-        } else {
-            alignas(64) float lanes[4][kPixels];
-            for (int g = 0; g < kGroups; ++g) {
-                Planes q;
-                In::Load(s + 4 * In::kElements * g, q);
-                for (int c = 0; c < 4; ++c) v4::StoreAligned(&lanes[c][4 * g], q[c]);
-            }
-            B v[4];
-            for (int c = 0; c < 4; ++c) v[c] = B::load_aligned(lanes[c]);
-            fn(v);
-            for (int c = 0; c < 4; ++c) v[c].store_aligned(lanes[c]);
-            for (int g = 0; g < kGroups; ++g) {
-                Planes q;
-                for (int c = 0; c < 4; ++c) q[c] = v4::LoadAligned(&lanes[c][4 * g]);
-                Out::Store(d + 4 * Out::kElements * g, q);
-            }
-        }
+        B v[4];
+        In::Load(s, v);
+        fn(v);
+        Out::Store(d, v);
     };
     for (int32_t y = 0; y < height; ++y) {
         const S* s = frame::Row(src, src_step, y);
@@ -170,20 +179,6 @@ StatusCode QuadRegion(const typename In::T* src, int32_t src_step, typename Out:
     dst = frame::Row(dst, dst_step, y) + Out::kElements * static_cast<ptrdiff_t>(x);
     QuadRows<In, Out>(src, src_step, dst, dst_step, width, height, fn);
     return StatusOk;
-}
-
-// ---- Formula helpers ------------------------------------------------------------------------
-
-// ((m[0] a + m[1] b) + m[2] c): one row of a 3 x 3 matrix over three planes, left to right.
-inline Batch4 Row3(Batch4 a, Batch4 b, Batch4 c, const float* m) {
-    return (a * Batch4(m[0]) + b * Batch4(m[1])) + c * Batch4(m[2]);
-}
-
-// R, G, B through a row-major 3 x 4 matrix whose last column is an offset in float units:
-// ((m[i][0] R + m[i][1] G) + m[i][2] B) + m[i][3]. The fourth plane is not looked at.
-inline void Affine3x4(Planes& v, const float* m) {
-    const Batch4 r = v[0], g = v[1], b = v[2];
-    for (int i = 0; i < 3; ++i) v[i] = Row3(r, g, b, m + 4 * i) + Batch4(m[4 * i + 3]);
 }
 
 }  // namespace velmora::color

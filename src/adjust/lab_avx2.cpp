@@ -6,6 +6,7 @@
 
 #include "adjust/halves_avx2.h"
 #include "adjust/lab_math.h"
+#include "adjust/color_lanes.h"
 #include "adjust/lab_rows.h"
 
 namespace velmora::adjust::lab {

@@ -5,6 +5,7 @@
 // then warn that it may be (or is) uninitialised; every lane is computed here.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #pragma GCC diagnostic ignored "-Wuninitialized"
+#include "adjust/color_lanes.h"
 #include "adjust/lab_rows.h"
 
 namespace velmora::adjust::lab {

@@ -211,18 +211,6 @@ float Sample(const Kernel& k, std::mt19937& rng) {
     }
 }
 
-// Bytes of each legal row outside [x0_bytes, x0_bytes + region_bytes) of rows [y0, y0 + h).
-std::vector<uint8_t> OutsideRegion(const vt::GuardedPlane& p, int64_t x0_bytes, int y0, int64_t region_bytes, int h) {
-    std::vector<uint8_t> out;
-    for (int y = 0; y < p.height(); ++y) {
-        const uint8_t* row = p.Row(y);
-        const bool in = y >= y0 && y < y0 + h;
-        out.insert(out.end(), row, row + (in ? x0_bytes : p.row_bytes()));
-        if (in) out.insert(out.end(), row + x0_bytes + region_bytes, row + p.row_bytes());
-    }
-    return out;
-}
-
 ::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s) {
     std::mt19937 rng(s.seed);
     const int x0 = k.matrix_style ? int(rng() % 4) : 0, y0 = k.matrix_style ? int(rng() % 3) : 0;
@@ -250,11 +238,9 @@ std::vector<uint8_t> OutsideRegion(const vt::GuardedPlane& p, int64_t x0_bytes, 
         }
     const auto before = dst.Snapshot(), src_before = src.Snapshot();
     const int64_t x0_bytes = int64_t(x0) * k.out * out_size, region_bytes = int64_t(w) * k.out * out_size;
-    const auto outside = OutsideRegion(dst, x0_bytes, y0, region_bytes, h);
     k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height);
     if (!k.in_place && !src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
-    if (auto r = dst.OnlyRowsChanged(before, dst_row); !r) return r;
-    if (OutsideRegion(dst, x0_bytes, y0, region_bytes, h) != outside) return ::testing::AssertionFailure() << "wrote outside the region";
+    if (auto r = dst.OnlyRegionChanged(before, x0_bytes, y0, region_bytes, h); !r) return r;
     for (int y = 0, i = 0; y < h; ++y)
         for (int64_t e = 0; e < int64_t(w) * k.out; ++e, ++i) {
             const float got = element(dst, k.out_bytes, y0 + y, int64_t(x0) * k.out + e), expect = want[size_t(i)];

@@ -114,19 +114,6 @@ T RandomSample(std::mt19937& rng) {
 }
 
 
-// Legal bytes of every row outside the region [x0_bytes, x0_bytes + region_bytes) of rows
-// [y0, y0 + h), packed: what a kernel must leave alone inside the rows it may touch.
-std::vector<uint8_t> OutsideRegion(const vt::GuardedPlane& p, int64_t x0_bytes, int y0, int64_t region_bytes, int h) {
-    std::vector<uint8_t> out;
-    for (int y = 0; y < p.height(); ++y) {
-        const uint8_t* row = p.Row(y);
-        const bool in = y >= y0 && y < y0 + h;
-        out.insert(out.end(), row, row + (in ? x0_bytes : p.row_bytes()));
-        if (in) out.insert(out.end(), row + x0_bytes + region_bytes, row + p.row_bytes());
-    }
-    return out;
-}
-
 template <class T>
 ::testing::AssertionResult CheckCall(const Kernel& k, const vt::Shape& s, const std::vector<float>& table,
                                      double param, vt::Placement table_placement) {
@@ -155,7 +142,6 @@ template <class T>
 
     const int64_t x0_bytes = x0 * k.channels * int64_t(sizeof(T)), region_bytes = count * int64_t(sizeof(T));
     const auto before = dst.Snapshot();
-    const auto outside = OutsideRegion(dst, x0_bytes, y0, region_bytes, h);
     const auto src_before = src.Snapshot();
     GuardedTable guarded(table, table_placement);
     const StatusCode status =
@@ -164,9 +150,7 @@ template <class T>
     if (!src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
     auto match = vt::RowsMatch<T>([&](int y) { return dst.RowAs<T>(y0 + y) + x0 * k.channels; }, h, count, want);
     if (!match) return match;
-    if (auto r = dst.OnlyRowsChanged(before, row); !r) return r;
-    if (OutsideRegion(dst, x0_bytes, y0, region_bytes, h) != outside)
-        return ::testing::AssertionFailure() << "wrote outside the region";
+    if (auto r = dst.OnlyRegionChanged(before, x0_bytes, y0, region_bytes, h); !r) return r;
     return ::testing::AssertionSuccess();
 }
 

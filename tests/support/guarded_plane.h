@@ -122,18 +122,23 @@ public:
 
     std::vector<uint8_t> Snapshot() const { return {lo_, hi_}; }
 
-    // True when no byte changed outside the first `written_bytes` bytes of each row.
-    ::testing::AssertionResult OnlyRowsChanged(const std::vector<uint8_t>& before, int64_t written_bytes) const {
+    // True when no byte changed outside bytes [x0_bytes, x0_bytes + bytes) of rows [y0, y0 + rows).
+    ::testing::AssertionResult OnlyRegionChanged(const std::vector<uint8_t>& before, int64_t x0_bytes, int y0, int64_t bytes,
+                                                 int rows) const {
         std::vector<bool> allowed(hi_ - lo_, false);
-        for (int y = 0; y < height_ && written_bytes > 0; ++y) {
-            const int64_t off = Row(y) - lo_;
-            for (int64_t i = 0; i < written_bytes; ++i) allowed[off + i] = true;
+        for (int y = y0; y < y0 + rows && bytes > 0; ++y) {
+            const int64_t off = Row(y) - lo_ + x0_bytes;
+            for (int64_t i = 0; i < bytes; ++i) allowed[off + i] = true;
         }
         for (int64_t i = 0; i < hi_ - lo_; ++i)
             if (!allowed[i] && lo_[i] != before[i])
                 return ::testing::AssertionFailure() << "stray write at byte " << (lo_ + i - data())
                                                      << " from row 0 (step " << step_ << ")";
         return ::testing::AssertionSuccess();
+    }
+    // True when no byte changed outside the first `written_bytes` bytes of each row.
+    ::testing::AssertionResult OnlyRowsChanged(const std::vector<uint8_t>& before, int64_t written_bytes) const {
+        return OnlyRegionChanged(before, 0, 0, written_bytes, height_);
     }
     ::testing::AssertionResult Unchanged(const std::vector<uint8_t>& before) const { return OnlyRowsChanged(before, 0); }
 

@@ -45,23 +45,26 @@ struct Kernel {
 };
 void PrintTo(const Kernel& k, std::ostream* os) { *os << k.name; }
 
-// Adapters from each export's own signature.
-template <class S, class D>
-Region Matrix(StatusCode(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, int32_t, int32_t, int32_t, int32_t)) {
-    return [f](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-        EXPECT_EQ(f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, x, y, w, h), StatusOk);
+// Adapters from each export's own signature; trailing arguments (a matrix, black generation)
+// are bound here.
+template <class S, class D, class... A>
+Region Matrix(StatusCode(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, int32_t, int32_t, int32_t, int32_t, A...),
+              A... extra) {
+    return [=](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+        EXPECT_EQ(f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, x, y, w, h, extra...), StatusOk);
     };
 }
-Region MatrixInPlace(StatusCode(VELMORA_CALL* f)(float*, int32_t, int32_t, int32_t, int32_t, int32_t)) {
-    return [f](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-        EXPECT_EQ(f(static_cast<float*>(d), ds, x, y, w, h), StatusOk);
+template <class... A>
+Region MatrixInPlace(StatusCode(VELMORA_CALL* f)(float*, int32_t, int32_t, int32_t, int32_t, int32_t, A...), A... extra) {
+    return [=](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+        EXPECT_EQ(f(static_cast<float*>(d), ds, x, y, w, h, extra...), StatusOk);
     };
 }
-template <class S, class D>
-Region Own(void(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize*)) {
-    return [f](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+template <class S, class D, class... A>
+Region Own(void(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize*, A...), A... extra) {
+    return [=](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
         const ImageSize roi{w, h};
-        f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, &roi);
+        f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, &roi, extra...);
     };
 }
 Region OwnInPlace(void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*)) {
@@ -99,56 +102,27 @@ void LabToProPhoto(const double* s, double* d, bool textbook) {
 void Denormalise(const double* s, double* d) { d[0] = s[0] * 100, d[1] = s[1] * 255 - 128, d[2] = s[2] * 255 - 128; }
 
 std::vector<Kernel> AllKernels() {
-    using F = float;
     const auto cmyk = [](const float* s, float* d) { rc::RgbToCmyk(0.8f, s, d); };
+    const float* twist = kTwist;
+    const float* affine = kAffine;
+    const auto twist4 = [](const float* s, float* d) { rc::Twist4x4(kTwist, s, d); };
+    const auto affine3 = [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); };
     std::vector<Kernel> k = {
-        {"Twist_C4R", 4, 4, false, false, false, true,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             ColorTwist_32f_C4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kTwist);
-         },
-         [](const float* s, float* d) { rc::Twist4x4(kTwist, s, d); }, 0, -0.5f, 1.5f},
-        {"Twist_C4IR", 4, 4, false, false, true, true,
-         [](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             ColorTwist_32f_C4IR(static_cast<F*>(d), ds, x, y, w, h, kTwist);
-         },
-         [](const float* s, float* d) { rc::Twist4x4(kTwist, s, d); }, 0, -0.5f, 1.5f},
-        {"Twist_C3R", 3, 3, false, false, false, true,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             ColorTwist_32f_C3R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kAffine);
-         },
-         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
-        {"Twist_AC4R", 4, 4, false, false, false, true,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             ColorTwist_32f_AC4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, kAffine);
-         },
-         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
-        {"Twist_AC4IR", 4, 4, false, false, true, true,
-         [](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             ColorTwist_32f_AC4IR(static_cast<F*>(d), ds, x, y, w, h, kAffine);
-         },
-         [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d); }, 0, -0.5f, 1.5f},
-        {"Transform", 4, 4, false, false, false, false,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
-             const ImageSize roi{w, h};
-             ColorTransform_Rgba128F_SSE2(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, &roi, kAffine);
-         },
+        {"Twist_C4R", 4, 4, false, false, false, true, Matrix(ColorTwist_32f_C4R, twist), twist4, 0, -0.5f, 1.5f},
+        {"Twist_C4IR", 4, 4, false, false, true, true, MatrixInPlace(ColorTwist_32f_C4IR, twist), twist4, 0, -0.5f, 1.5f},
+        {"Twist_C3R", 3, 3, false, false, false, true, Matrix(ColorTwist_32f_C3R, affine), affine3, 0, -0.5f, 1.5f},
+        {"Twist_AC4R", 4, 4, false, false, false, true, Matrix(ColorTwist_32f_AC4R, affine), affine3, 0, -0.5f, 1.5f},
+        {"Twist_AC4IR", 4, 4, false, false, true, true, MatrixInPlace(ColorTwist_32f_AC4IR, affine), affine3, 0, -0.5f, 1.5f},
+        {"Transform", 4, 4, false, false, false, false, Own(ColorTransform_Rgba128F_SSE2, affine),
          [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d), d[3] = s[3]; }, 0, -0.5f, 1.5f},
-        {"Transform_Bgra32_Rgba128F", 4, 4, true, false, false, false,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
-             const ImageSize roi{w, h};
-             ColorTransform_Bgra32_Rgba128F_SSE2(static_cast<const uint8_t*>(s), ss, static_cast<F*>(d), ds, &roi, kAffine);
-         },
+        {"Transform_Bgra32_Rgba128F", 4, 4, true, false, false, false, Own(ColorTransform_Bgra32_Rgba128F_SSE2, affine),
          [](const float* s, float* d) {
              const float rgb[3] = {s[2] * 0.003921569f, s[1] * 0.003921569f, s[0] * 0.003921569f};
              rc::Affine3x4(kAffine, rgb, d);
              d[3] = s[3] * 0.003921569f;
          },
          0, 0, 256},
-        {"Transform_Rgba128F_Bgra32", 4, 4, false, true, false, false,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
-             const ImageSize roi{w, h};
-             ColorTransform_Rgba128F_Bgra32_SSE2(static_cast<const F*>(s), ss, static_cast<uint8_t*>(d), ds, &roi, kAffine);
-         },
+        {"Transform_Rgba128F_Bgra32", 4, 4, false, true, false, false, Own(ColorTransform_Rgba128F_Bgra32_SSE2, affine),
          [](const float* s, float* d) {
              float rgb[3];
              rc::Affine3x4(kAffine, s, rgb);
@@ -163,11 +137,7 @@ std::vector<Kernel> AllKernels() {
         {"YUVToRGB", 4, 4, false, false, false, false, Own(YUVToRGB_Rgb128F), rc::YuvToRgb, 0, -0.6f, 1.2f},
         {"RGBToCMY", 4, 4, false, false, false, true, Matrix(RGBToCMY_32f_AC4R), rc::RgbToCmy, 0, -0.2f, 1.2f},
         {"RGBToCMY_IR", 4, 4, false, false, true, true, MatrixInPlace(RGBToCMY_32f_AC4IR), rc::RgbToCmy, 0, -0.2f, 1.2f},
-        {"RGBToCMYK", 4, 4, false, false, false, true,
-         [](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-             RGBToCMYK_32f_AC4C4R(static_cast<const F*>(s), ss, static_cast<F*>(d), ds, x, y, w, h, 0.8f);
-         },
-         cmyk, 0, -0.2f, 1.2f},
+        {"RGBToCMYK", 4, 4, false, false, false, true, Matrix(RGBToCMYK_32f_AC4C4R, 0.8f), cmyk, 0, -0.2f, 1.2f},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
         {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
         {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),

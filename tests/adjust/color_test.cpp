@@ -301,9 +301,13 @@ TEST(ColorProperties, PairsRoundTrip) {
         for (size_t i = 0; i < px.size(); ++i)
             if (lab[i / 4 * 4] > 8.1f) ASSERT_NEAR(back[i], px[i], p.bound) << p.name << " element " << i;  // Y > 0.0089
     }
-    std::vector<float> ycc(px.size()), yuv(px.size()), rgb(px.size());
+    std::vector<float> ycc(px.size()), yuv(px.size()), rgb(px.size()), norm = px;
     const int32_t step = int32_t(px.size() * 4), w = int32_t(px.size() / 4);
     const ImageSize roi{w, 1};
+    // Normalised LAB and back by the textbook inverse: every colour, the darkest included.
+    ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(norm.data(), step, &roi, nullptr, nullptr), StatusOk);
+    XMImageLABToSRGB_Rgb128F_SSE2(norm.data(), step, &roi);
+    for (size_t i = 0; i < px.size(); ++i) ASSERT_NEAR(norm[i], px[i], 1e-5) << "LAB element " << i;
     RGBToYCbCr_32f_C4R(px.data(), step, ycc.data(), step, 0, 0, w, 1);
     YCbCrToRGB_32f_C4IR(ycc.data(), step, 0, 0, w, 1);
     RGBToYUV_Rgb128F(px.data(), step, yuv.data(), step, &roi);
@@ -357,7 +361,7 @@ TEST(ColorProperties, LabEditAndLoop) {
         for (int y = 0; y < rows; ++y) old.emplace_back(plane.RowAs<float>(y), plane.RowAs<float>(y) + 16 * blocks);
         XMImageAdjust_Lab128F_SSE2(plane.As<float>(), step, &roi, lightness, contrast, chroma, hue);
         ASSERT_TRUE(plane.OnlyRowsChanged(before, int64_t(blocks) * 64));
-        const double c = std::cos(hue * M_PI / 180), s = std::sin(hue * M_PI / 180);
+        const double radians = hue * 3.14159265358979323846 / 180, c = std::cos(radians), s = std::sin(radians);
         for (int y = 0; y < rows; ++y)
             for (int i = 0; i < 16 * blocks; ++i) {
                 const float* b = &old[size_t(y)][size_t(i / 16 * 16)];

@@ -90,6 +90,15 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          out.insert(out.end(), dst.begin(), dst.end());
          return out;
      }},
+    {"colour", [](uint32_t s) {
+         Input in(s);
+         std::vector<float> img = in.Floats(size_t(in.w) * in.h * 4), out(img.size());
+         const ImageSize roi{in.w, in.h};
+         const float twist[16] = {0.9f, 0.1f, 0, 0, 0.1f, 0.8f, 0.1f, 0, 0, 0.2f, 0.8f, 0, 0, 0, 0, 1};
+         ColorTwist_32f_C4R(img.data(), in.w * 16, out.data(), in.w * 16, 0, 0, in.w, in.h, twist);
+         XMImageSRGBToLab_Rgb128F_SSE2(out.data(), in.w * 16, &roi);
+         return AsBytes(out);
+     }},
     {"develop", [](uint32_t s) {
          Input in(s);
          std::vector<float> img = in.Floats(size_t(in.w + 3) * in.h * 4);

@@ -62,6 +62,9 @@ int main(void) {
     PROBE(ImageAdjustExposure_Rgba128F_SSE2, fa, 256, fb, 256, &roi, 0.5f);
     PROBE(Curve_32f_C1R, fa, 64, fb, 64, 0, 0, 8, 8, table, 255.0f);
     PROBE(XMImageConvertToLab_ProPhotoRgb128F_SSE2, fa, 256, &roi);
+    PROBE(XMImageSRGBToLAB_Rgb128F_SSE2, fa, 256, &roi, NULL, NULL);
+    PROBE(ColorTwist_32f_C4R, fa, 256, fb, 256, 0, 0, 8, 8, table);
+    PROBE(RGBToCMYK_32f_AC4C4R, fa, 256, fb, 256, 0, 0, 8, 8, 0.5f);
     PROBE(BoxBlur_Rgba128F_SSE2, fa, 256, fb, 256, &roi, 2);
     PROBE(LocalLaplacian_Rgba128F, fa, 256, &roi, 0.5f, 0, 8);
     PROBE(ImageResize_Bgra32, plane_a, 64, &roi, plane_b, 32, &half);

@@ -342,6 +342,28 @@ TEST(ColorProperties, WhiteAndIdentities) {
     EXPECT_EQ(out, px);
 }
 
+// The interleaved ProPhoto pair gives the blocked conversions' bits, pixel for pixel.
+TEST(ColorProperties, InterleavedLabAgreesWithTheBlockedConversions) {
+    std::vector<float> px = RandomPixels(64, 11, -0.02f, 1.1f);
+    for (size_t i = 0; i < px.size(); i += 16) px[i] = float(i % 7) * 0.001f;  // dark pixels, near the segment
+    std::vector<float> blocked = px;  // converted in place from pixels to blocks and back
+    auto to_blocks = [](const std::vector<float>& in, std::vector<float>& out) {  // pixel p, channel c -> block
+        for (size_t p = 0; p < in.size() / 4; ++p)
+            for (size_t c = 0; c < 4; ++c) out[p / 4 * 16 + c * 4 + p % 4] = in[4 * p + c];
+    };
+    const ImageSize roi{64, 1};
+    XMImageConvertToLab_ProPhotoRgb128F_SSE2(blocked.data(), 64 * 16, &roi);
+    const std::vector<float> lab = Apply(XMImageRGBToLab_Rgb128F_SSE2, px);
+    std::vector<float> lab_blocks(lab.size());
+    to_blocks(lab, lab_blocks);
+    for (size_t i = 0; i < lab.size(); ++i)
+        if (i % 16 < 12) ASSERT_EQ(lab_blocks[i], blocked[i]) << "to Lab, float " << i;
+    XMImageConvertToProPhotoRGB_Lab128F_SSE2(blocked.data(), 64 * 16, &roi);  // back to pixels, fourth lane 0
+    const std::vector<float> back = Apply(XMImageLabToRGB_Rgb128F_SSE2, lab);
+    for (size_t i = 0; i < back.size(); ++i)
+        ASSERT_EQ(back[i], i % 4 == 3 ? lab[i] : blocked[i]) << "from Lab, float " << i;
+}
+
 // The blocked Lab edit, block by block against its formula in double (whole blocks: a width of
 // 4n - r edits n blocks), and the Lab loop against the composition of its steps.
 TEST(ColorProperties, LabEditAndLoop) {

@@ -234,23 +234,27 @@ INSTANTIATE_TEST_SUITE_P(All, ColorKernels, ::testing::ValuesIn(AllKernels()),
                          [](const auto& info) { return info.param.name; });
 
 // A destination past the streaming threshold with 16-byte aligned rows is written with streaming
-// stores (an odd width leaves a partial batch each row); the values are those of any other.
+// stores, rows of whole vectors and rows ending in a partial one; the values are those of any
+// other destination, and nothing lands in the gaps between rows.
 TEST(ColorLevels, LargeAlignedDestinationStreamsTheSameValues) {
-    const int w = 1031, h = 1030;  // 17 MB of destination
     std::mt19937 rng(13);
-    vt::GuardedPlane src(int64_t{w} * 16, h, w * 16 + 16), dst(int64_t{w} * 16, h, w * 16 + 16);
-    src.FillRows<float>([&](int, int64_t) { return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng); });
-    const ImageSize roi{w, h};
-    vt::ForEachLevel([&] {
-        ColorTransform_Rgba128F_SSE2(src.As<float>(), src.step(), dst.As<float>(), dst.step(), &roi, kAffine);
-        for (int y = 0; y < h; y += 7)
-            for (int x = 0; x < w; ++x) {
-                float want[4];
-                rc::Affine3x4(kAffine, src.RowAs<float>(y) + 4 * x, want);
-                want[3] = src.RowAs<float>(y)[4 * x + 3];
-                ASSERT_EQ(std::memcmp(dst.RowAs<float>(y) + 4 * x, want, 16), 0) << x << "," << y;
-            }
-    });
+    for (const auto& [w, h] : {std::pair{1040, 1010}, std::pair{1031, 1030}}) {  // 16.8 and 17 MB
+        vt::GuardedPlane src(int64_t{w} * 16, h, w * 16 + 16), dst(int64_t{w} * 16, h, w * 16 + 16);
+        src.FillRows<float>([&](int, int64_t) { return std::uniform_real_distribution<float>(-0.5f, 1.5f)(rng); });
+        const ImageSize roi{w, h};
+        const auto before = dst.Snapshot();
+        vt::ForEachLevel([&] {
+            ColorTransform_Rgba128F_SSE2(src.As<float>(), src.step(), dst.As<float>(), dst.step(), &roi, kAffine);
+            ASSERT_TRUE(dst.OnlyRowsChanged(before, int64_t{w} * 16));
+            for (int y = 0; y < h; y += 7)
+                for (int x = 0; x < w; ++x) {
+                    float want[4];
+                    rc::Affine3x4(kAffine, src.RowAs<float>(y) + 4 * x, want);
+                    want[3] = src.RowAs<float>(y)[4 * x + 3];
+                    ASSERT_EQ(std::memcmp(dst.RowAs<float>(y) + 4 * x, want, 16), 0) << x << "," << y;
+                }
+        });
+    }
 }
 
 // The interleaved Lab kernels run four, eight or sixteen pixels a vector by level; every level
@@ -445,7 +449,7 @@ TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
     EXPECT_EQ(MatrixMult(nullptr, buf, c, 3, 3, 3), StatusInvalidParameter);
     EXPECT_EQ(MatrixMult(buf, buf, c, 0, 3, 3), StatusInvalidParameter);
     EXPECT_EQ(MatrixMult(buf, buf, c, 3, 3, -1), StatusInvalidParameter);
-    EXPECT_EQ(MatrixMult(buf, buf + 9, buf + 8, 3, 3, 3), StatusInvalidParameter);   // c starts on a's last float
+    EXPECT_EQ(MatrixMult(buf, buf + 16, buf + 8, 3, 3, 1), StatusInvalidParameter);  // c starts on a's last float
     EXPECT_EQ(MatrixMult(buf + 3, buf + 12, buf, 2, 2, 2), StatusInvalidParameter);  // c ends on a's first float
     EXPECT_EQ(MatrixMult(buf, buf + 12, buf + 14, 3, 3, 1), StatusInvalidParameter); // c overlaps b
     EXPECT_EQ(std::vector<float>(buf, buf + 24), unchanged);

@@ -592,6 +592,53 @@ VELMORA_API StatusCode VELMORA_CALL RGBToCMYK_32f_AC4C4R(const float* src, int32
                                                         int32_t height, float blackGeneration);
 
 
+/* ---- Adjust: colourise ------------------------------------------------------- */
+/* Toning with colours at the picture's own luminance: out = c + amount (T - c) on R, G, B, with
+   Y = 0.28804 R + 0.711874 G + 0.000086 B (linear ProPhoto) and l = Y through the sRGB encoding
+   table (1025 entries, built per call, as XMImageRGBToSRGB_Rgb128F_SSE2_Curve). A colour C (linear
+   RGB) tones by its chromaticity C / Y(C); a colour with Y(C) <= 1.1920929e-07 counts as grey,
+   (1, 1, 1). One colour: T = Y C / Y(C) (a full amount keeps Y). Split toning (colors = shadow
+   colour, highlight colour): T = Y mix(Cs / Y(Cs), Ch / Y(Ch), h), mix(a, b, h) = a + (b - a) h,
+   h = smoothstep(p - 0.25, p + 0.25, l) = t^2 (3 - 2t), t = clamp((l - (p - 0.25)) / ((p + 0.25) -
+   (p - 0.25)), 0, 1), p = 0.5 - 0.5 balance (balance in [-1, 1]). Three-way (shadows, midtones,
+   highlights): T = Y (wS C0 / Y(C0) + wM C1 / Y(C1) + wH C2 / Y(C2)), wS = (1 - l)^2, wM = 2l(1 - l),
+   wH = l^2. Matrix-style colours are 3 floats each, own-style ones 4 (the fourth unread). AC4: the
+   destination's alpha is not written; own style: alpha kept. The own-style exports give colour lanes
+   bit-equal to their matrix-style twins. Exactly the region, any alignment, no checks unless stated. */
+VELMORA_API StatusCode VELMORA_CALL Colorize_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y, int32_t width,
+                                                      int32_t height, const float* color, float amount);
+VELMORA_API StatusCode VELMORA_CALL DoubleColorize_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y,
+                                                            int32_t width, int32_t height, const float* colors,
+                                                            float balance, float amount);
+VELMORA_API StatusCode VELMORA_CALL DoubleColorize_32f_AC4R(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                           int32_t height, const float* colors, float balance,
+                                                           float amount);
+VELMORA_API StatusCode VELMORA_CALL TripleColorize_32f_AC4IR(float* image, int32_t step, int32_t x, int32_t y,
+                                                            int32_t width, int32_t height, const float* colors,
+                                                            float amount);
+VELMORA_API StatusCode VELMORA_CALL TripleColorize_32f_AC4R(const float* src, int32_t srcStep, float* dst,
+                                                           int32_t dstStep, int32_t x, int32_t y, int32_t width,
+                                                           int32_t height, const float* colors, float amount);
+VELMORA_API void VELMORA_CALL SSE_Colorize_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                    const float* color, float amount);
+VELMORA_API void VELMORA_CALL SSE_DoubleColorize_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                          const float* colors, float balance, float amount);
+VELMORA_API void VELMORA_CALL SSE_TripleColorize_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                          const float* colors, float amount);
+/* Gradient map: T = the stops' colour at position l, stops = n records of (position, R, G, B) with
+   positions non-decreasing in [0, 1]: linear between neighbours, the first stop's colour below it, the
+   last one's above, the later stop where positions repeat (not luminance-preserving). Returns
+   StatusInvalidParameter, touching nothing, for a zero step, a null image, roi or stops, n < 2, or a
+   position outside [0, 1] (NaN included) or below its predecessor; StatusOk otherwise. */
+VELMORA_API StatusCode VELMORA_CALL SSE_GradientColorize_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                                 const float* stops, int32_t n, float amount);
+/* 8-bit preview of SSE_Colorize_Rgba128F on Bgra32: bytes times the float nearest 1/255 as they stand (no
+   decoding), written back clamped, times 255, rounded half to even; alpha kept. */
+VELMORA_API void VELMORA_CALL SSE_Colorize_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi,
+                                                  const float* color, float amount);
+
+
 /* ---- Filter ---------------------------------------------------------------- */
 
 /* ---- Filter: blurs and separable convolutions ---------------------------- */

@@ -67,12 +67,21 @@ Region Own(void(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize
         f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, &roi, extra...);
     };
 }
-Region OwnInPlace(void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*)) {
-    return [f](const void*, int32_t, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+template <class T, class R, class... A>
+Region OwnInPlace(R(VELMORA_CALL* f)(T*, int32_t, const ImageSize*, A...), A... extra) {
+    return [=](const void*, int32_t, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
         const ImageSize roi{w, h};
-        f(static_cast<float*>(d), ds, &roi);
+        f(static_cast<T*>(d), ds, &roi, extra...);
     };
 }
+
+// Toning colours (linear RGB): matrix style three floats each, own style four. The split tone's
+// highlight colour is too dark to have a hue and tones as grey.
+const float sepia[3] = {0.9f, 0.62f, 0.35f}, sepia4[4] = {0.9f, 0.62f, 0.35f, 7.0f};
+const float split[6] = {0.1f, 0.25f, 0.6f, 1e-9f, 0.0f, 0.0f}, split4[8] = {0.1f, 0.25f, 0.6f, 0, 0.8f, 0.6f, 0.3f, 0};
+const float triple[9] = {0.1f, 0.2f, 0.5f, 0.5f, 0.5f, 0.45f, 0.9f, 0.7f, 0.4f};
+const float triple4[12] = {0.1f, 0.2f, 0.5f, 0, 0.5f, 0.5f, 0.45f, 0, 0.9f, 0.7f, 0.4f, 0};
+const float stops[20] = {0.0f, 0.05f, 0.0f, 0.2f, 0.3f, 0.6f, 0.1f, 0.1f, 0.3f, 0.2f, 0.9f, 0.2f, 0.7f, 0.9f, 0.8f, 0.5f, 0.95f, 1, 1, 0.9f};
 
 // Test matrices: a general twist with negative terms and offsets, the ProPhoto to sRGB step.
 const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0.2f, 0.1f, 0.05f, 0.7f};
@@ -138,6 +147,32 @@ std::vector<Kernel> AllKernels() {
         {"RGBToCMY", 4, 4, false, false, false, true, Matrix(RGBToCMY_32f_AC4R), rc::RgbToCmy, 0, -0.2f, 1.2f},
         {"RGBToCMY_IR", 4, 4, false, false, true, true, MatrixInPlace(RGBToCMY_32f_AC4IR), rc::RgbToCmy, 0, -0.2f, 1.2f},
         {"RGBToCMYK", 4, 4, false, false, false, true, Matrix(RGBToCMYK_32f_AC4C4R, 0.8f), cmyk, 0, -0.2f, 1.2f},
+        // Colourise: a sepia, a split tone with a colour too dark to have a hue, three-way, a gradient map.
+        {"Colorize", 4, 4, false, false, true, true, MatrixInPlace(Colorize_32f_AC4IR, sepia, 0.8f), rc::Colourise{0, 3, 0, sepia, 0, 0.8f}, 0, -0.1f, 1.2f},
+        {"DoubleColorize", 4, 4, false, false, false, true, Matrix(DoubleColorize_32f_AC4R, split, 0.3f, 0.9f),
+         rc::Colourise{1, 3, 0, split, 0.3f, 0.9f}, 0, -0.1f, 1.2f},
+        {"DoubleColorize_IR", 4, 4, false, false, true, true, MatrixInPlace(DoubleColorize_32f_AC4IR, split, -0.6f, 1.0f),
+         rc::Colourise{1, 3, 0, split, -0.6f, 1.0f}, 0, -0.1f, 1.2f},
+        {"TripleColorize", 4, 4, false, false, false, true, Matrix(TripleColorize_32f_AC4R, triple, 0.7f),
+         rc::Colourise{2, 3, 0, triple, 0, 0.7f}, 0, -0.1f, 1.2f},
+        {"TripleColorize_IR", 4, 4, false, false, true, true, MatrixInPlace(TripleColorize_32f_AC4IR, triple, 0.7f),
+         rc::Colourise{2, 3, 0, triple, 0, 0.7f}, 0, -0.1f, 1.2f},
+        {"SSE_Colorize", 4, 4, false, false, true, false, OwnInPlace(SSE_Colorize_Rgba128F, sepia4, 0.6f), rc::Colourise{0, 4, 0, sepia4, 0, 0.6f}, 0, -0.1f, 1.2f},
+        {"SSE_DoubleColorize", 4, 4, false, false, true, false, OwnInPlace(SSE_DoubleColorize_Rgba128F, split4, 0.2f, 0.8f),
+         rc::Colourise{1, 4, 0, split4, 0.2f, 0.8f}, 0, -0.1f, 1.2f},
+        {"SSE_TripleColorize", 4, 4, false, false, true, false, OwnInPlace(SSE_TripleColorize_Rgba128F, triple4, 0.9f),
+         rc::Colourise{2, 4, 0, triple4, 0, 0.9f}, 0, -0.1f, 1.2f},
+        {"SSE_GradientColorize", 4, 4, false, false, true, false, OwnInPlace(SSE_GradientColorize_Rgba128F, stops, 5, 0.75f),
+         rc::Colourise{3, 4, 5, stops, 0, 0.75f}, 0, -0.1f, 1.2f},
+        {"SSE_Colorize_Bgra32", 4, 4, true, true, true, false, OwnInPlace(SSE_Colorize_Bgra32, sepia4, 0.6f),
+         [](const float* s, float* d) {
+             const float rgb[4] = {s[2] * 0.003921569f, s[1] * 0.003921569f, s[0] * 0.003921569f, s[3] * 0.003921569f};
+             float out[3];
+             rc::Colourise{0, 4, 0, sepia4, 0, 0.6f}(rgb, out);
+             const float lanes[4] = {out[2], out[1], out[0], rgb[3]};
+             for (int i = 0; i < 4; ++i) d[i] = std::nearbyint(std::clamp(lanes[i], 0.0f, 1.0f) * 255.0f);
+         },
+         0, 0, 256},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
         {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
         {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),
@@ -469,6 +504,42 @@ TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
                 ASSERT_EQ(out[size_t(i * cols + j)], float(sum));
             }
     }
+}
+
+// A full amount of one colour keeps each pixel's luminance and gives every pixel that colour's
+// chromaticity; the own-style exports give their matrix-style twins' colour lanes; the gradient
+// map refuses what it documents and touches nothing.
+TEST(Colourise, KeepsLuminanceTwinsAgreeAndTheGradientValidates) {
+    const std::vector<float> px = RandomPixels(40, 17, 0.02f, 1.0f);
+    std::vector<float> own = px, matrix = px;
+    const ImageSize roi{40, 1};
+    SSE_Colorize_Rgba128F(own.data(), 640, &roi, sepia4, 1.0f);
+    Colorize_32f_AC4IR(matrix.data(), 640, 0, 0, 40, 1, sepia, 1.0f);
+    const float ys = rc::Colourise::Luma(sepia);
+    for (int p = 0; p < 40; ++p) {
+        const float* q = &own[4 * size_t(p)];
+        EXPECT_NEAR(rc::Colourise::Luma(q), rc::Colourise::Luma(&px[4 * size_t(p)]), 2e-6f) << p;
+        for (int c = 0; c < 3; ++c) EXPECT_NEAR(q[c] / rc::Colourise::Luma(q), sepia[c] / ys, 2e-5f) << p;
+    }
+    EXPECT_EQ(own, matrix);
+    std::vector<float> split_own = px, split_matrix = px, three_own = px, three_matrix = px;
+    SSE_DoubleColorize_Rgba128F(split_own.data(), 640, &roi, split4, -0.3f, 0.7f);
+    const float split3[6] = {split4[0], split4[1], split4[2], split4[4], split4[5], split4[6]};
+    DoubleColorize_32f_AC4IR(split_matrix.data(), 640, 0, 0, 40, 1, split3, -0.3f, 0.7f);
+    SSE_TripleColorize_Rgba128F(three_own.data(), 640, &roi, triple4, 0.7f);
+    TripleColorize_32f_AC4IR(three_matrix.data(), 640, 0, 0, 40, 1, triple, 0.7f);
+    EXPECT_EQ(split_own, split_matrix);
+    EXPECT_EQ(three_own, three_matrix);
+
+    std::vector<float> image = px;
+    const float unsorted[8] = {0.6f, 0, 0, 0, 0.4f, 1, 1, 1}, outside[8] = {0, 0, 0, 0, 1.5f, 1, 1, 1}, nan[8] = {0, 0, 0, 0, NAN, 1, 1, 1};
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 0, &roi, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(nullptr, 640, &roi, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, nullptr, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, nullptr, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, stops, 1, 1), StatusInvalidParameter);
+    for (const float* bad : {unsorted, outside, nan}) EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, bad, 2, 1), StatusInvalidParameter);
+    EXPECT_EQ(image, px);
 }
 
 #if defined(VELMORA_TEST_LCMS2)

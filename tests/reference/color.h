@@ -82,4 +82,47 @@ inline void LabToSrgb(double l, double a, double b, bool textbook, double* out) 
     for (int i = 0; i < 3; ++i) out[i] = out[i] < 0.0031308 ? 12.92 * out[i] : 1.055 * std::pow(out[i], 1 / 2.4) - 0.055;
 }
 
+// Colourise, one pixel: the target T from the pixel's luminance Y (and its encoded l), then
+// c + amount (T - c) on R, G, B. kind 0: one colour, 1: split toning, 2: three-way, 3: gradient map
+// (stops of position, R, G, B). Colours are linear RGB `stride` floats apart.
+struct Colourise {
+    int kind = 0, stride = 3, n = 0;
+    const float* colours = nullptr;
+    float balance = 0.0f, amount = 1.0f;
+
+    static float Luma(const float* c) { return (0.28804f * c[0] + 0.711874f * c[1]) + 0.000086f * c[2]; }
+    void TintOf(int k, float* t) const {
+        const float* c = colours + stride * k;
+        const float y = Luma(c);
+        for (int i = 0; i < 3; ++i) t[i] = y > 1.1920929e-07f ? c[i] / y : 1.0f;
+    }
+    void operator()(const float* s, float* d) const {
+        static const TableTransfer encode(true);
+        const float y = Luma(s), l = encode(y);
+        float target[3], a[3], b[3], c[3];
+        if (kind == 0) {
+            TintOf(0, a);
+            for (int i = 0; i < 3; ++i) target[i] = y * a[i];
+        } else if (kind == 1) {
+            TintOf(0, a), TintOf(1, b);
+            const float p = 0.5f - 0.5f * balance, lo = p - 0.25f, hi = p + 0.25f;
+            const float t = std::clamp((l - lo) / (hi - lo), 0.0f, 1.0f), h = (t * t) * (3.0f - 2.0f * t);
+            for (int i = 0; i < 3; ++i) target[i] = y * (a[i] + (b[i] - a[i]) * h);
+        } else if (kind == 2) {
+            TintOf(0, a), TintOf(1, b), TintOf(2, c);
+            const float ws = (1 - l) * (1 - l), wm = (2 * l) * (1 - l), wh = l * l;
+            for (int i = 0; i < 3; ++i) target[i] = y * ((ws * a[i] + wm * b[i]) + wh * c[i]);
+        } else {
+            int j = 0;  // the last stop at or below l (the first one when none is)
+            for (int k = 1; k < n; ++k)
+                if (colours[4 * k] <= l) j = k;
+            const float* x = colours + 4 * j;
+            const bool beyond = j == n - 1 || l <= x[0];
+            for (int i = 0; i < 3; ++i)
+                target[i] = beyond ? x[1 + i] : x[1 + i] + (x[5 + i] - x[1 + i]) * ((l - x[0]) / (x[4] - x[0]));
+        }
+        for (int i = 0; i < 3; ++i) d[i] = s[i] + amount * (target[i] - s[i]);
+    }
+};
+
 }  // namespace ref::color

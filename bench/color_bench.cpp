@@ -1,7 +1,8 @@
-// Colour spaces and matrices on 4000x3000, one thread, beside OpenCV doing the same work: cvtColor
-// for Lab (float, sRGB-encoded and linear), YCrCb and YUV, cv::transform for the twists and the
-// working-space transform. The in-place kernels start each run from the same pristine input,
-// copied outside the timed region; everything else is timed whole.
+// Colour spaces, matrices and colourise on 4000x3000, one thread, beside OpenCV doing the same
+// work: cvtColor for Lab (float, sRGB-encoded and linear), YCrCb and YUV, cv::transform for the
+// twists, the working-space transform and one-colour toning (a linear map). The in-place kernels
+// start each run from the same pristine input, copied outside the timed region; everything else
+// is timed whole.
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -39,7 +40,7 @@ const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 
 const float kProPhotoToSrgb[12] = {2.0343f, -0.7276f, -0.3067f, 0, -0.2289f, 1.2320f, -0.0031f, 0, -0.0085f, -0.1533f, 1.1618f, 0};
 
 // An in-place kernel on a fresh copy of `input` each run (the Lab input for the Lab-to-RGB ones).
-void InPlace(benchmark::State& state, void(VELMORA_CALL* f)(float*, int32_t, const ImageSize*), bool from_lab) {
+void InPlace(benchmark::State& state, const std::function<void(float*, int32_t, const ImageSize*)>& f, bool from_lab) {
     Images& im = Shared();
     for (auto _ : state) {
         state.PauseTiming();
@@ -134,6 +135,25 @@ const bool kRegistered = [] {
     Register("yuv/opencv", [](auto& s) {
         cv::Mat out(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
         Call(s, [&](Images& im) { cv::cvtColor(im.Mat(im.rgb), out, cv::COLOR_RGB2YUV); }, 28);
+    });
+    // Colourise beside the same linear map through cv::transform: one colour at amount a is
+    // c (1 - a) + a K Y, a 4 x 4 matrix on four-float pixels.
+    static const float kSepia[4] = {0.9f, 0.62f, 0.35f, 0.0f}, kSplit[8] = {0.1f, 0.25f, 0.6f, 0, 0.8f, 0.6f, 0.3f, 0};
+    Register("colorize/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { SSE_Colorize_Rgba128F(p, step, roi, kSepia, 0.7f); }, false);
+    });
+    Register("colorize/opencv", [](auto& s) {
+        const float y = (0.28804f * kSepia[0] + 0.711874f * kSepia[1]) + 0.000086f * kSepia[2], a = 0.7f;
+        const float lum[3] = {0.28804f, 0.711874f, 0.000086f};
+        float m4[16] = {};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) m4[4 * i + j] = (i == j ? 1 - a : 0.0f) + a * kSepia[i] / y * lum[j];
+        m4[15] = 1;
+        const cv::Mat m(4, 4, CV_32F, m4);
+        Call(s, [&](Images& im) { cv::Mat out = im.Mat(im.work); cv::transform(im.Mat(im.rgb), out, m); }, 32);
+    });
+    Register("split_tone/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { SSE_DoubleColorize_Rgba128F(p, step, roi, kSplit, 0.2f, 0.7f); }, false);
     });
     return true;
 }();

@@ -592,6 +592,53 @@ VELMORA_API StatusCode VELMORA_CALL RGBToCMYK_32f_AC4C4R(const float* src, int32
                                                         int32_t height, float blackGeneration);
 
 
+/* ---- Adjust: tone curves, mid-tones, colour balance, hue and saturation ------------------ */
+/* In place on Rgba128F unless stated; alpha kept; exactly the region; any alignment; no checks unless
+   stated. Float tables follow the curve kernels: n intervals, n + 2 floats (the last repeating the end),
+   p = clamp(x, 0, 1) n, k = trunc(p), T[k] + (T[k + 1] - T[k]) (p - k), no output clamp. Y = 0.28804 R +
+   0.711874 G + 0.000086 B; l = enc(Y) and dec by the sRGB tables (1025 entries, built per call); the
+   gain rule multiplies R, G, B by (N + eps) / (Y + eps), eps = 1.1920929e-07. */
+/* Master curve: R, G, B each through the one table. */
+VELMORA_API void VELMORA_CALL SSE2_ToneCurve_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                      const float* table, int32_t n);
+/* Four tables back to back (R, G, B, master; n + 2 floats each): each channel through its own, then
+   through the master. */
+VELMORA_API void VELMORA_CALL SSE2_ToneCurveRGB_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                         const float* tables, int32_t n);
+/* Curve on the encoded luminance: N = dec(T(enc(Y))), then the gain rule (hue and saturation kept). */
+VELMORA_API void VELMORA_CALL SSE2_ToneCurveLuminance_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                               const float* table, int32_t n);
+/* Parametric curve: params = shadows, darks, lights, highlights (each in [-1, 1]), splits s1, s2, s3.
+   The curve is sampled at x = i / 1024 (i = 0..1024, the end repeated) in double: y = x + sum of
+   a_k 0.25 sin^2(pi (x - l_k) / (u_k - l_k)) over the regions [0, s1], [s1, s2], [s2, s3], [s3, 1]
+   holding x, made monotone by a running maximum and clamped to [0, 1]; then applied as the master curve
+   (mode 0) or on the luminance (mode 1). Returns StatusInvalidParameter, touching nothing, for a zero
+   step, a null image, roi or params, an amount outside [-1, 1], splits not 0 < s1 < s2 < s3 < 1 (NaN
+   included), or another mode; StatusOk otherwise. */
+VELMORA_API StatusCode VELMORA_CALL SSE2_ToneCurveParametric_Rgba128F(float* image, int32_t step, const ImageSize* roi,
+                                                                     const float* params, int32_t mode);
+/* 8-bit preview on Bgra32: each of B, G, R looked up in its 256 bytes of lut (B, then G, then R); alpha kept. */
+VELMORA_API void VELMORA_CALL SSE2_ToneCurve_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi,
+                                                    const uint8_t* lut);
+/* Mid-tone (gamma) slider on one float plane, matrix style: v' = clamp(v, 0, 1)^g, g = 2^(-amount) (powf once
+   a call, e^(g ln v) a sample): 0 stays 0, 1 stays 1 within the vector power's accuracy, amount > 0
+   brightens. Returns StatusOk. */
+VELMORA_API StatusCode VELMORA_CALL MidTones_32f_C1R(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                    int32_t x, int32_t y, int32_t width, int32_t height, float amount);
+/* Colour balance: balance[3 r + c] for range r (shadows, midtones, highlights) and channel c (R, G, B), each
+   in [-1, 1] (cyan-red, magenta-green, yellow-blue). Channel c times 2^(wS a_0c + wM a_1c + wH a_2c), the
+   tonal weights wS = (1 - l)^2, wM = 2l(1 - l), wH = l^2 of the input's l; preserveLuminosity != 0 then
+   applies the gain rule back to the input's Y. */
+VELMORA_API void VELMORA_CALL Adjust_Rgba128F_SSE(float* image, int32_t step, const ImageSize* roi,
+                                                  const float* balance, int32_t preserveLuminosity);
+/* Master hue/saturation: R, G, B rotated by hue degrees about the grey axis (Rodrigues, axis (1, 1, 1) /
+   sqrt 3, right-handed: +hue turns red toward yellow; the matrix in double, once a call), the gain rule
+   back to the old Y; then c <- Y + (c - Y)(1 + saturation) with that old Y; then lightness l: c (1 + l)
+   for l < 0, c + (1 - c) l for l > 0. No clamp anywhere; values as given. A hue, saturation or lightness of 0
+   skips its step, so zero amounts change no bit. */
+VELMORA_API void VELMORA_CALL XMImageHueSaturation_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                                 float hue, float saturation, float lightness);
+
 /* ---- Adjust: colourise ------------------------------------------------------- */
 /* Toning with colours at the picture's own luminance: out = c + amount (T - c) on R, G, B, with
    Y = 0.28804 R + 0.711874 G + 0.000086 B (linear ProPhoto) and l = Y through the sRGB encoding

@@ -83,6 +83,18 @@ const float triple[9] = {0.1f, 0.2f, 0.5f, 0.5f, 0.5f, 0.45f, 0.9f, 0.7f, 0.4f};
 const float triple4[12] = {0.1f, 0.2f, 0.5f, 0, 0.5f, 0.5f, 0.45f, 0, 0.9f, 0.7f, 0.4f, 0};
 const float stops[20] = {0.0f, 0.05f, 0.0f, 0.2f, 0.3f, 0.6f, 0.1f, 0.1f, 0.3f, 0.2f, 0.9f, 0.2f, 0.7f, 0.9f, 0.8f, 0.5f, 0.95f, 1, 1, 0.9f};
 
+// Tone tables: four curves of 7 intervals (9 floats, the last repeating the end) leaving [0, 1];
+// an 8-bit curve per channel; colour balance amounts (shadows, midtones, highlights x R, G, B).
+const float curves[36] = {0, 0.2f, 0.35f, 0.5f, 0.62f, 0.8f, 1.1f, 1.05f, 1.05f, 0.1f, 0.1f, 0.2f, 0.4f, 0.5f, 0.6f,
+                          0.7f, 0.9f, 0.9f, -0.1f, 0.3f, 0.4f, 0.45f, 0.5f, 0.7f, 0.9f, 1, 1, 0, 0.05f, 0.2f, 0.45f,
+                          0.6f, 0.75f, 0.9f, 0.97f, 0.97f};
+const uint8_t* const lut8 = [] {
+    static uint8_t lut[768];
+    for (int i = 0; i < 768; ++i) lut[i] = uint8_t((i % 256) * (i / 256 + 1) % 256 ^ 0x5A);
+    return lut;
+}();
+const float balance[9] = {0.3f, -0.2f, 0.1f, -0.4f, 0.25f, 0.0f, 0.6f, -0.1f, -0.7f};
+
 // Test matrices: a general twist with negative terms and offsets, the ProPhoto to sRGB step.
 const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0.2f, 0.1f, 0.05f, 0.7f};
 const float kAffine[12] = {2.0343f, -0.7276f, -0.3067f, 0.01f, -0.2289f, 1.2320f, -0.0031f, 0.0f, -0.0085f, -0.1533f, 1.1618f, -0.02f};
@@ -173,6 +185,25 @@ std::vector<Kernel> AllKernels() {
              for (int i = 0; i < 4; ++i) d[i] = std::nearbyint(std::clamp(lanes[i], 0.0f, 1.0f) * 255.0f);
          },
          0, 0, 256},
+        // Tone curves (n = 7, values outside [0, 1]), the 8-bit preview, mid-tones, balance, hue/saturation.
+        {"ToneCurve", 4, 4, false, false, true, false, OwnInPlace(SSE2_ToneCurve_Rgba128F, curves, 7), rc::ToneCurve{0, curves, 7}, 0, -0.2f, 1.2f},
+        {"ToneCurveRGB", 4, 4, false, false, true, false, OwnInPlace(SSE2_ToneCurveRGB_Rgba128F, curves, 7), rc::ToneCurve{1, curves, 7}, 0, -0.2f, 1.2f},
+        {"ToneCurveLuminance", 4, 4, false, false, true, false, OwnInPlace(SSE2_ToneCurveLuminance_Rgba128F, curves, 7),
+         rc::ToneCurve{2, curves, 7}, 0, -0.2f, 1.2f},
+        {"ToneCurve_Bgra32", 4, 4, true, true, true, false, OwnInPlace(SSE2_ToneCurve_Bgra32, lut8),
+         [](const float* s, float* d) {
+             for (int i = 0; i < 3; ++i) d[i] = lut8[256 * i + int(s[i])];
+         },
+         0, 0, 256},
+        // e^(g ln v) in float against powf in double: a few ulps of v^g, amplified by g ln v.
+        {"MidTones", 1, 1, false, false, false, true, Matrix(MidTones_32f_C1R, 0.7f),
+         [](const float* s, float* d) { d[0] = float(std::pow(double(std::clamp(s[0], 0.0f, 1.0f)), std::exp2(-0.7))); }, 3e-6, -0.2f, 1.2f},
+        {"Balance", 4, 4, false, false, true, false, OwnInPlace(Adjust_Rgba128F_SSE, balance, 0), rc::Balance{balance, false}, 2e-6, -0.1f, 1.2f, true},
+        {"BalanceKeepingY", 4, 4, false, false, true, false, OwnInPlace(Adjust_Rgba128F_SSE, balance, 1), rc::Balance{balance, true}, 2e-6, 0.0f, 1.2f, true},
+        {"HueSaturation", 4, 4, false, false, true, false, OwnInPlace(XMImageHueSaturation_Rgba128F_SSE2, 37.0f, 0.4f, -0.3f),
+         rc::HueSaturation(37.0f, 0.4f, -0.3f), 0, -0.2f, 1.2f},
+        {"HueSaturationLighter", 4, 4, false, false, true, false, OwnInPlace(XMImageHueSaturation_Rgba128F_SSE2, -150.0f, -0.5f, 0.25f),
+         rc::HueSaturation(-150.0f, -0.5f, 0.25f), 0, -0.2f, 1.2f},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
         {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
         {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),
@@ -539,6 +570,61 @@ TEST(Colourise, KeepsLuminanceTwinsAgreeAndTheGradientValidates) {
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, nullptr, 5, 1), StatusInvalidParameter);
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, stops, 1, 1), StatusInvalidParameter);
     for (const float* bad : {unsorted, outside, nan}) EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, bad, 2, 1), StatusInvalidParameter);
+    EXPECT_EQ(image, px);
+}
+
+// Zero amounts change no bit (identity curves: within a rounding step); greys never move under a
+// hue rotation; the parametric curve is its formula, and refuses what it documents.
+TEST(ToneAndHue, ZeroAmountsGreysAndTheParametricCurve) {
+    const std::vector<float> px = RandomPixels(64, 19, -0.1f, 1.1f);
+    const ImageSize roi{64, 1};
+    const float zeros[9] = {};
+    auto run = [&](auto call) {
+        std::vector<float> out = px;
+        call(out.data());
+        return out;
+    };
+    EXPECT_EQ(run([&](float* p) { XMImageHueSaturation_Rgba128F_SSE2(p, 1024, &roi, 0, 0, 0); }), px);
+    EXPECT_EQ(run([&](float* p) { Adjust_Rgba128F_SSE(p, 1024, &roi, zeros, 1); }), px);
+    EXPECT_EQ(run([&](float* p) { SSE_Colorize_Rgba128F(p, 1024, &roi, sepia4, 0); }), px);
+    float identity[6] = {0, 0.25f, 0.5f, 0.75f, 1, 1};
+    const std::vector<float> same = run([&](float* p) { SSE2_ToneCurve_Rgba128F(p, 1024, &roi, identity, 4); });
+    for (size_t i = 0; i < px.size(); ++i) EXPECT_NEAR(same[i], std::clamp(px[i], i % 4 == 3 ? px[i] : 0.0f, i % 4 == 3 ? px[i] : 1.0f), 1e-7);
+
+    std::vector<float> greys(256);
+    for (size_t i = 0; i < greys.size(); ++i) greys[i] = i % 4 == 3 ? 1.0f : float(i / 4) / 63;
+    const ImageSize g{64, 1};
+    XMImageHueSaturation_Rgba128F_SSE2(greys.data(), 1024, &g, 123.0f, 0, 0);
+    for (size_t i = 0; i < greys.size(); ++i) EXPECT_NEAR(greys[i], i % 4 == 3 ? 1.0f : float(i / 4) / 63, 1e-6) << i;
+
+    // The curve: x + a 0.25 sin^2 over each region, a running maximum, clamped; mode 0 is the master
+    // curve through it, mode 1 the luminance curve.
+    const float params[7] = {0.6f, -0.8f, 0.3f, -1.0f, 0.2f, 0.45f, 0.8f};
+    std::vector<float> table(1026);
+    double top = 0;
+    for (int i = 0; i <= 1024; ++i) {
+        const double x = i / 1024.0, edges[5] = {0, 0.2f, 0.45f, 0.8f, 1};
+        double y = x;
+        for (int k = 0; k < 4; ++k)
+            if (x >= edges[k] && x <= edges[k + 1]) y += params[k] * 0.25 * std::pow(std::sin(3.14159265358979323846 * (x - edges[k]) / (edges[k + 1] - edges[k])), 2);
+        top = i ? std::max(top, y) : y;
+        table[size_t(i)] = float(std::clamp(top, 0.0, 1.0));
+    }
+    table[1025] = table[1024];
+    for (int mode : {0, 1}) {
+        std::vector<float> got = px, want = px;
+        ASSERT_EQ(SSE2_ToneCurveParametric_Rgba128F(got.data(), 1024, &roi, params, mode), StatusOk);
+        (mode ? SSE2_ToneCurveLuminance_Rgba128F : SSE2_ToneCurve_Rgba128F)(want.data(), 1024, &roi, table.data(), 1024);
+        for (size_t i = 0; i < px.size(); ++i) ASSERT_NEAR(got[i], want[i], 2e-6) << "mode " << mode << " float " << i;
+    }
+    std::vector<float> image = px;
+    const float bad_amount[7] = {1.5f, 0, 0, 0, 0.2f, 0.5f, 0.8f}, bad_splits[7] = {0, 0, 0, 0, 0.5f, 0.5f, 0.8f},
+                nan_split[7] = {0, 0, 0, 0, NAN, 0.5f, 0.8f};
+    EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 0, &roi, params, 0), StatusInvalidParameter);
+    EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 1024, &roi, nullptr, 0), StatusInvalidParameter);
+    EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 1024, &roi, params, 2), StatusInvalidParameter);
+    for (const float* bad : {bad_amount, bad_splits, nan_split})
+        EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 1024, &roi, bad, 0), StatusInvalidParameter);
     EXPECT_EQ(image, px);
 }
 

@@ -125,4 +125,71 @@ struct Colourise {
     }
 };
 
+// The curve kernels' lookup at p = clamp(v, 0, 1) n (NaN at 0).
+inline float Lookup(float v, const float* t, float n) {
+    const float p = Clamp01(v) * n;
+    const int k = static_cast<int>(p);
+    return t[k] + (t[k + 1] - t[k]) * (p - static_cast<float>(k));
+}
+
+// Tone curves: mode 0 the master on R, G, B; 1 each channel's own table then the master (tables of
+// n + 2 floats back to back); 2 the curve on enc(Y) with the gain rule.
+struct ToneCurve {
+    int mode;
+    const float* table;
+    int n;
+    void operator()(const float* s, float* d) const {
+        static const TableTransfer encode(true), decode(false);
+        if (mode == 0)
+            for (int i = 0; i < 3; ++i) d[i] = Lookup(s[i], table, float(n));
+        if (mode == 1)
+            for (int i = 0; i < 3; ++i) d[i] = Lookup(Lookup(s[i], table + i * (n + 2), float(n)), table + 3 * (n + 2), float(n));
+        if (mode == 2) {
+            const float y = Colourise::Luma(s), target = decode(Lookup(encode(y), table, float(n)));
+            const float gain = (target + 1.1920929e-07f) / (y + 1.1920929e-07f);
+            for (int i = 0; i < 3; ++i) d[i] = s[i] * gain;
+        }
+    }
+};
+
+// Colour balance, 2^x in double (the kernel's is the vector 2^x).
+struct Balance {
+    const float* a;
+    bool keep;
+    void operator()(const float* s, float* d) const {
+        static const TableTransfer encode(true);
+        const double y = Colourise::Luma(s), l = encode(Colourise::Luma(s));
+        const double w[3] = {(1 - l) * (1 - l), 2 * l * (1 - l), l * l};
+        for (int c = 0; c < 3; ++c) d[c] = float(s[c] * std::exp2(w[0] * a[c] + w[1] * a[3 + c] + w[2] * a[6 + c]));
+        const double gain = keep ? (y + 1.1920929e-07) / (Colourise::Luma(d) + 1.1920929e-07) : 1.0;
+        for (int c = 0; c < 3; ++c) d[c] = float(d[c] * gain);
+    }
+};
+
+// Master hue/saturation: the rotation matrix as the header states it (in double, then float),
+// the float steps in the stated order.
+struct HueSaturation {
+    float m[9], s, l;
+    HueSaturation(float hue, float saturation, float lightness) : s(saturation), l(lightness) {
+        const double t = hue * (3.14159265358979323846 / 180.0), c = std::cos(t), sn = std::sin(t) / std::sqrt(3.0),
+                     o = (1 - c) / 3;
+        const double r[9] = {c + o, o - sn, o + sn, o + sn, c + o, o - sn, o - sn, o + sn, c + o};
+        for (int i = 0; i < 9; ++i) m[i] = float(r[i]);
+    }
+    void operator()(const float* p, float* d) const {
+        const float y = Colourise::Luma(p);
+        float turned[3] = {p[0], p[1], p[2]};
+        if (m[1] != 0.0f || m[2] != 0.0f) {  // a hue of 0 gives exactly the identity: no rotation
+            for (int i = 0; i < 3; ++i) turned[i] = Row(m + 3 * i, p[0], p[1], p[2]);
+            const float gain = (y + 1.1920929e-07f) / (Colourise::Luma(turned) + 1.1920929e-07f);
+            for (float& c : turned) c *= gain;
+        }
+        for (int i = 0; i < 3; ++i) {
+            float c = turned[i];
+            if (s != 0.0f) c = y + (c - y) * (1.0f + s);
+            d[i] = l < 0 ? c * (1.0f + l) : l > 0 ? c + (1.0f - c) * l : c;
+        }
+    }
+};
+
 }  // namespace ref::color

@@ -155,6 +155,41 @@ const bool kRegistered = [] {
     Register("split_tone/velmora", [](auto& s) {
         InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { SSE_DoubleColorize_Rgba128F(p, step, roi, kSplit, 0.2f, 0.7f); }, false);
     });
+    // Hue and saturation beside cvtColor's HSV round trip alone (three-channel float), the 8-bit
+    // curve beside cv::LUT, the float master curve and colour balance on their own.
+    Register("hue_saturation/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { XMImageHueSaturation_Rgba128F_SSE2(p, step, roi, 30, 0.2f, 0.1f); }, false);
+    });
+    Register("hsv_round_trip/opencv", [](auto& s) {
+        cv::Mat rgb, hsv;
+        cv::cvtColor(Shared().Mat(Shared().rgb), rgb, cv::COLOR_RGBA2RGB);
+        cv::Mat back(kHeight, kWidth, CV_32FC3, cv::Scalar::all(0));
+        Call(s, [&](Images&) {
+            cv::cvtColor(rgb, hsv, cv::COLOR_RGB2HSV_FULL);
+            cv::cvtColor(hsv, back, cv::COLOR_HSV2RGB_FULL);
+        }, 24);
+    });
+    static uint8_t lut[768];
+    for (int i = 0; i < 768; ++i) lut[i] = uint8_t(255 - i % 256);
+    Register("tone_curve_bgra32/velmora", [](auto& s) {
+        static vb::Plane bytes = vb::MakePlane(int64_t{kWidth} * 4);
+        Call(s, [](Images& im) { SSE2_ToneCurve_Bgra32(bytes.data(), bytes.step, &im.roi, lut); }, 8);
+    });
+    Register("lut_bgra32/opencv", [](auto& s) {
+        static vb::Plane bytes = vb::MakePlane(int64_t{kWidth} * 4);
+        cv::Mat table(1, 256, CV_8UC4);
+        for (int i = 0; i < 256; ++i) table.at<cv::Vec4b>(0, i) = cv::Vec4b(lut[i], lut[256 + i], lut[512 + i], uint8_t(i));
+        cv::Mat image(kHeight, kWidth, CV_8UC4, bytes.data(), bytes.step);
+        Call(s, [&](Images&) { cv::LUT(image, table, image); }, 8);
+    });
+    static const float kCurve[10] = {0, 0.15f, 0.3f, 0.45f, 0.6f, 0.72f, 0.84f, 0.93f, 1, 1};
+    Register("tone_curve/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { SSE2_ToneCurve_Rgba128F(p, step, roi, kCurve, 8); }, false);
+    });
+    static const float kBalance[9] = {0.2f, 0, -0.2f, 0, 0.1f, 0, -0.1f, 0, 0.2f};
+    Register("colour_balance/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { Adjust_Rgba128F_SSE(p, step, roi, kBalance, 1); }, false);
+    });
     return true;
 }();
 

@@ -13,11 +13,13 @@
 
 namespace velmora::color {
 
-enum class Pass { Twist4x4, Affine3x4, RgbToYCbCr, YCbCrToRgb, RgbToYuv, YuvToRgb, RgbToCmy, RgbToCmyk };
+enum class Pass { Twist4x4, Affine3x4, RgbToYCbCr, YCbCrToRgb, RgbToYuv, YuvToRgb, RgbToCmy, RgbToCmyk, HueSaturation };
 
 struct PassArgs {
-    const float* matrix = nullptr;  // Twist4x4: 4 x 4, Affine3x4: 3 x 4, row-major
+    const float* matrix = nullptr;  // Twist4x4: 4 x 4, Affine3x4: 3 x 4, HueSaturation: 3 x 3 rotation
     float black_generation = 0.0f;  // RgbToCmyk
+    bool turn = false;              // HueSaturation: rotate (a hue of 0 skips it)
+    float saturation = 0.0f, lightness = 0.0f;
 };
 
 // ((m[0] a + m[1] b) + m[2] c): one matrix row over three planes.
@@ -66,6 +68,22 @@ inline void Apply(Pass pass, B (&v)[4], const PassArgs& a) {
         case Pass::RgbToCmy:
             for (int i = 0; i < 3; ++i) v[i] = one - v[i];
             break;
+        case Pass::HueSaturation: {
+            // Turned about the grey axis and put back at the old Y by the gain rule; then the
+            // saturation mix with that Y and the lightness pull. Zero amounts skip their step.
+            const B y = LumaProPhoto(r, g, b), eps(1.1920929e-07f);
+            if (a.turn) {
+                for (int i = 0; i < 3; ++i) v[i] = Row3(r, g, b, a.matrix + 3 * i);
+                const B gain = (y + eps) / (LumaProPhoto(v[0], v[1], v[2]) + eps);
+                for (int i = 0; i < 3; ++i) v[i] = v[i] * gain;
+            }
+            for (int i = 0; i < 3; ++i) {
+                if (a.saturation != 0.0f) v[i] = y + (v[i] - y) * B(1.0f + a.saturation);
+                if (a.lightness < 0.0f) v[i] = v[i] * B(1.0f + a.lightness);
+                else if (a.lightness > 0.0f) v[i] = v[i] + (one - v[i]) * B(a.lightness);
+            }
+            break;
+        }
         case Pass::RgbToCmyk: {
             // K = clamp(g (1 - max(R, G, B)), 0, 1); each of C, M, Y is (1 - channel - K) / (1 - K),
             // or 0 where K reaches 1 (a black pixel has no colour left).
@@ -107,6 +125,7 @@ void RunPass(Pass pass, bool keep_alpha, const float* src, int32_t src_step, flo
         VELMORA_PASS(YuvToRgb)
         VELMORA_PASS(RgbToCmy)
         VELMORA_PASS(RgbToCmyk)
+        VELMORA_PASS(HueSaturation)
 #undef VELMORA_PASS
     }
 }

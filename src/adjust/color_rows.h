@@ -127,6 +127,12 @@ struct Bgra32 {
     }
 };
 
+// The ProPhoto luminance 0.28804 R + 0.711874 G + 0.000086 B, left to right (on batches or floats).
+template <class B>
+inline B LumaProPhoto(B r, B g, B b) {
+    return (r * B(0.28804f) + g * B(0.711874f)) + b * B(0.000086f);
+}
+
 // ---- Row walks ------------------------------------------------------------------------------
 
 // Runs fn(planes) on every pixel of width x height, B::size pixels at a time (the layout loads and

@@ -24,18 +24,13 @@ namespace srgb = pixel::srgb;
 
 constexpr float kGrey = 1.1920929e-07f;
 
-template <class B>
-inline B Luminance(const B& r, const B& g, const B& b) {
-    return (r * B(0.28804f) + g * B(0.711874f)) + b * B(0.000086f);
-}
-
 struct Tint {
     float k[3];
 };
 
 // C / Y(C), or (1, 1, 1) for a colour too dark to have a chromaticity.
 Tint TintOf(const float* c) {
-    const float y = Luminance(c[0], c[1], c[2]);
+    const float y = color::LumaProPhoto(c[0], c[1], c[2]);
     if (!(y > kGrey)) return {{1.0f, 1.0f, 1.0f}};
     return {{c[0] / y, c[1] / y, c[2] / y}};
 }
@@ -70,7 +65,7 @@ struct Toning {
     }
 
     void operator()(Planes& v) const {
-        const Batch4 y = Luminance(v[0], v[1], v[2]);
+        const Batch4 y = color::LumaProPhoto(v[0], v[1], v[2]);
         Batch4 target[3];
         if (kind == Single) {
             for (int i = 0; i < 3; ++i) target[i] = y * Batch4(tint[0].k[i]);

@@ -26,9 +26,7 @@ namespace srgb = pixel::srgb;
 
 constexpr float kEps = 1.1920929e-07f;
 
-inline Batch4 Luminance(const Planes& v) {
-    return (v[0] * Batch4(0.28804f) + v[1] * Batch4(0.711874f)) + v[2] * Batch4(0.000086f);
-}
+inline Batch4 Luminance(const Planes& v) { return color::LumaProPhoto(v[0], v[1], v[2]); }
 
 // The curve kernels' lookup, lane by lane (NaN takes position 0).
 inline Batch4 Lookup(Batch4 x, const float* table, float n) {

@@ -122,7 +122,7 @@ int ForEachPicture(Args& args, const char* command, const std::function<Image(co
                          in_path == "-" ? "standard input" : in_path.c_str(), in.width, in.height, in.bits,
                          in.channels, in.channels == 1 ? "" : "s", "read and decode", read_ms);
         Image result = process(in);
-        result.channels = in.channels;
+        result.channels = result.tinted && in.channels < 3 ? in.channels + 2 : in.channels;
         if (out.format == FileFormat::Jpeg && result.bits != 8)
             throw UsageError("JPEG output is 8-bit only; write a PNG or TIFF for 16-bit pictures (or --bits 8)");
         const auto t1 = std::chrono::steady_clock::now();

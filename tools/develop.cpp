@@ -205,6 +205,39 @@ GradientSpec ParseGradient(const std::string& text) {
     return g;
 }
 
+SplitToneSpec ParseSplitTone(const std::string& text) {
+    SplitToneSpec t;
+    t.on = true;
+    std::vector<std::string> parts;
+    for (size_t pos = 0; pos <= text.size();) {
+        const size_t colon = std::min(text.find(':', pos), text.size());
+        parts.push_back(text.substr(pos, colon - pos));
+        pos = colon + 1;
+    }
+    if (parts.size() < 2 || parts.size() > 4) throw UsageError("--split-tone takes SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]");
+    for (int k = 0; k < 2; ++k) {
+        const std::string& hex = parts[size_t(k)];
+        if (hex.size() != 6 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+            throw UsageError("--split-tone colours are RRGGBB in hex, not '" + hex + "'");
+        for (int c = 0; c < 3; ++c) (k ? t.highlight : t.shadow)[c] = std::stoi(hex.substr(2 * size_t(c), 2), nullptr, 16) / 255.0f;
+    }
+    const float limits[2][2] = {{-1, 1}, {0, 1}};
+    for (size_t i = 2; i < parts.size(); ++i) {
+        float v = 0;
+        try {
+            size_t used = 0;
+            v = std::stof(parts[i], &used);
+            if (used != parts[i].size()) throw std::invalid_argument("trailing");
+        } catch (const std::exception&) {
+            throw UsageError("--split-tone: '" + parts[i] + "' is not a number");
+        }
+        if (!(v >= limits[i - 2][0] && v <= limits[i - 2][1]))
+            throw UsageError(i == 2 ? "--split-tone balance runs from -1 to 1" : "--split-tone amount runs from 0 to 1");
+        (i == 2 ? t.balance : t.amount) = v;
+    }
+    return t;
+}
+
 namespace {
 
 // Amount times mask, or nothing without a mask.
@@ -268,6 +301,22 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
                 ImageAdjustSaturation_Rgba128F_SSE2(work.data.get(), work.step, in.width, in.height, 0.0f, 0.0f,
                                                     maps[4].data(), in.width * 4);
         });
+    // Split toning on the linear ProPhoto result: the two colours, given as sRGB codes, decoded and
+    // taken to ProPhoto, tint the shadows and the highlights at each pixel's own luminance.
+    if (amounts.split.on)
+        Stage("split toning", pixels, [&] {
+            const Matrix m = SrgbToProPhoto();
+            float colours[8] = {};
+            for (int k = 0; k < 2; ++k) {
+                const float* srgb = k ? amounts.split.highlight : amounts.split.shadow;
+                double linear[3];
+                for (int c = 0; c < 3; ++c)
+                    linear[c] = srgb[c] <= 0.04045f ? srgb[c] / 12.92 : std::pow((srgb[c] + 0.055) / 1.055, 2.4);
+                for (int c = 0; c < 3; ++c)
+                    colours[4 * k + c] = static_cast<float>(m[c][0] * linear[0] + m[c][1] * linear[1] + m[c][2] * linear[2]);
+            }
+            SSE_DoubleColorize_Rgba128F(work.data.get(), work.step, &roi, colours, amounts.split.balance, amounts.split.amount);
+        });
     Stage("ProPhoto -> sRGB primaries", pixels, [&] { ToSrgbPrimaries(work); });
     Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });
     // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
@@ -275,6 +324,7 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     Stage("alpha back", pixels, [&] { RestoreAlpha(work, alpha); });
     Image out;
     Stage(in.bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(work, in.bits); });
+    out.tinted = amounts.split.on;
     return out;
 }
 

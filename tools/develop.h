@@ -21,10 +21,22 @@ struct GradientSpec {
 // outside selected); throws UsageError otherwise.
 GradientSpec ParseGradient(const std::string& text);
 
+// Split toning: shadow and highlight colours (sRGB codes), where the change-over sits (-1 keeps
+// most of the picture in the highlight colour, 1 in the shadow colour) and how strongly to tone.
+struct SplitToneSpec {
+    bool on = false;
+    float shadow[3] = {}, highlight[3] = {};  // sRGB-encoded, 0..1
+    float balance = 0.0f, amount = 0.3f;
+};
+
+// "RRGGBB:RRGGBB[:balance[:amount]]"; throws UsageError otherwise.
+SplitToneSpec ParseSplitTone(const std::string& text);
+
 struct DevelopAmounts {
     float exposure = 0, brightness = 0, shadows = 0, highlights = 0, contrast = 0, clarity = 0, saturation = 0;
     float detail = 0;  // local Laplacian strength after the pass
     GradientSpec gradient;
+    SplitToneSpec split;
 };
 
 Image DevelopImage(const Image& in, const DevelopAmounts& amounts);

@@ -18,6 +18,7 @@ struct Image {
     int channels = 4;             // the file's: 1 grey, 2 grey + alpha, 3 RGB, 4 RGB + alpha
     int32_t step = 0;             // bytes from one row to the next: a multiple of 16
     std::vector<uint8_t> pixels;  // height x step bytes
+    bool tinted = false;          // a road gave the picture colour: a grey file is written as RGB
 
     int PixelBytes() const { return bits == 8 ? 4 : 8; }
     bool HasAlpha() const { return channels == 2 || channels == 4; }

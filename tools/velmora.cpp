@@ -87,6 +87,7 @@ int Develop(Args& args) {
     for (const auto& o : amounts)
         if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
     if (const std::optional<std::string> g = args.Take("--gradient")) a.gradient = ParseGradient(*g);
+    if (const std::optional<std::string> t = args.Take("--split-tone")) a.split = ParseSplitTone(*t);
     return ForEachPicture(args, "develop", [&](const Image& in) {
         PrintAmounts(a);
         return DevelopImage(in, a);
@@ -142,7 +143,7 @@ int Demo(Args& args) {
     WriteImage(out, round);
     Wrote(out, round, 0);
     // A moderate edit: a little brighter, open shadows, held highlights, more local contrast.
-    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, 0.0f, {}};
+    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, 0.0f, {}, {}};
     if (Report()) std::fprintf(Report(), "develop road:\n");
     PrintAmounts(edit);
     const Image edited = DevelopImage(*scene, edit);
@@ -166,7 +167,8 @@ const Command kCommands[] = {
      true, Convert},
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
-     "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SHAPE]",
+     "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SHAPE]\n"
+     "                 [--split-tone SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
@@ -179,7 +181,10 @@ const Command kCommands[] = {
      "(shadows and highlights stay global); positions and radii are fractions of width and height:\n"
      "  linear[:x0,y0,x1,y1]          0 at (x0,y0) rising to 1 at (x1,y1); default 0.5,0.65,0.5,0.15\n"
      "  radial[:cx,cy,rx,ry,feather]  1 inside an ellipse, smooth fall over the feather (0..1)\n"
-     "  vignette[:cx,cy,rx,ry,feather]  the outside of that ellipse; default 0.5,0.5,0.4,0.4,0.6\n",
+     "  vignette[:cx,cy,rx,ry,feather]  the outside of that ellipse; default 0.5,0.5,0.4,0.4,0.6\n"
+     "--split-tone tints the shadows with one colour and the highlights with another at each pixel's\n"
+     "own luminance (colours as RRGGBB sRGB codes, e.g. 2a5d8f:f0b060); BALANCE from -1 (mostly the\n"
+     "highlight colour) to 1 (mostly the shadow colour), default 0; AMOUNT 0 to 1, default 0.3.\n",
      true, Develop},
     {"blur", "blur IN OUT --radius R [--kind box|gaussian]",
      "Blurs the picture in linear light: sRGB codes decoded, blurred, encoded again, alpha blurred\n"

@@ -165,6 +165,16 @@ if not graded[0][0] < graded[H // 2][0] < graded[H - 1][0] or abs(graded[H - 1][
 for bad in ("spiral", "linear:1,2", "radial:a", "radial:0.5,0.5,0,0.3"):
     run("develop", "flat.png", "bad.png", "--gradient", bad, ok=False)
 
+# Split toning gives a grey picture colour (written as RGB): blue shadows, warm highlights.
+open(path("ramp.png"), "wb").write(png(64, 8, 0, [bytes(x * 4 for x in range(64))] * 8))
+run("develop", "ramp.png", "toned.png", "--split-tone", "204080:f0c070:0:0.8")
+_, _, colour, toned = decode_png("toned.png")
+dark, light = toned[4][3 * 8:3 * 8 + 3], toned[4][3 * 56:3 * 56 + 3]
+if colour != 2 or not dark[2] > dark[0] or not light[0] > light[2]:
+    failures.append(f"--split-tone on grey: colour type {colour}, shadow {tuple(dark)}, highlight {tuple(light)}")
+for bad in ("204080", "zz4080:f0c070", "204080:f0c070:2", "204080:f0c070:0:-1"):
+    run("develop", "ramp.png", "bad.png", "--split-tone", bad, ok=False)
+
 # Resize: the size asked (or kept in proportion), 16-bit inputs too; local detail on odd sizes
 # raises the checkerboard's contrast less than nothing and keeps the picture's size.
 run("resize", "rgb.png", "half.png", "--size", "18x0")

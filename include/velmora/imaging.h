@@ -639,6 +639,28 @@ VELMORA_API void VELMORA_CALL Adjust_Rgba128F_SSE(float* image, int32_t step, co
 VELMORA_API void VELMORA_CALL XMImageHueSaturation_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
                                                                  float hue, float saturation, float lightness);
 
+/* Selective colour: table = 9 ranges (reds, yellows, greens, cyans, blues, magentas, whites, neutrals, blacks)
+   x (cyan, magenta, yellow, black) in [-1, 1]. With max >= mid >= min of the source's R, G, B: the primary
+   range of the largest channel weighs max - mid, the secondary range of the two largest (yellows R+G, cyans
+   G+B, magentas B+R) mid - min, whites clamp(2 min - 1, 0, 1), blacks clamp(1 - 2 max, 0, 1), neutrals
+   max(0, 1 - whites - blacks - (max - min)) (ties give every range they could name the weight, which is
+   then 0). Cyan acts on R, magenta on G, yellow on B: c <- clamp(c - s k, 0, 1), s = sum over the ranges
+   in table order of weight x (ink + black), k = 1 - c (relative != 0) or 1. Alpha copied; exactly the
+   region; any alignment; no checks. */
+VELMORA_API void VELMORA_CALL XMImageSelectiveColor(const float* src, int32_t srcStep, float* dst, int32_t dstStep,
+                                                    const ImageSize* roi, const float* table, int32_t relative);
+/* 3D LUT: the caller's n x n x n cube of RGB nodes (3 floats each, red index fastest as in .cube files).
+   R, G, B clamped to [0, 1] (NaN to 0) and scaled by n - 1; the cell's lower corner is the truncated
+   position held to n - 2 (the top edge is fraction 1 in the last cell: the last node exactly, nothing past
+   the cube read). interpolation 0: trilinear, corner weights ((wr wg) wb), w = 1 - f or f, summed in
+   corner order b g r from 000 to 111; 1: tetrahedral (Kasson et al. 1995), sorted fractions f1 >= f2 >= f3:
+   ((1 - f1) C000 + (f1 - f2) Ca + (f2 - f3) Cb) + f3 C111, left to right. Alpha copied; exactly the region;
+   any alignment. Returns StatusInvalidParameter, writing nothing, for a zero step, a null src, dst, roi or
+   cube, n outside 2..256 or another interpolation; StatusOk otherwise. */
+VELMORA_API StatusCode VELMORA_CALL XMImage3DLut_Rgba128F_SSE2(const float* src, int32_t srcStep, float* dst,
+                                                              int32_t dstStep, const ImageSize* roi, const float* cube,
+                                                              int32_t n, int32_t interpolation);
+
 /* ---- Adjust: colourise ------------------------------------------------------- */
 /* Toning with colours at the picture's own luminance: out = c + amount (T - c) on R, G, B, with
    Y = 0.28804 R + 0.711874 G + 0.000086 B (linear ProPhoto) and l = Y through the sRGB encoding

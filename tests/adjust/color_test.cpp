@@ -14,6 +14,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "adjust/edge_pixels.h"
@@ -60,11 +61,18 @@ Region MatrixInPlace(StatusCode(VELMORA_CALL* f)(float*, int32_t, int32_t, int32
         EXPECT_EQ(f(static_cast<float*>(d), ds, x, y, w, h, extra...), StatusOk);
     };
 }
-template <class S, class D, class... A>
-Region Own(void(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize*, A...), A... extra) {
+template <class S, class D, class R, class... A>
+Region Own(R(VELMORA_CALL* f)(const S*, int32_t, D*, int32_t, const ImageSize*, A...), A... extra) {
     return [=](const void* s, int32_t ss, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
         const ImageSize roi{w, h};
         f(static_cast<const S*>(s), ss, static_cast<D*>(d), ds, &roi, extra...);
+    };
+}
+// The 3D LUT in place: source and destination the same plane.
+Region OwnInPlace3d(const float* cube, int32_t n, int32_t interpolation) {
+    return [=](const void*, int32_t, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+        const ImageSize roi{w, h};
+        EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(static_cast<float*>(d), ds, static_cast<float*>(d), ds, &roi, cube, n, interpolation), StatusOk);
     };
 }
 template <class T, class R, class... A>
@@ -94,6 +102,20 @@ const uint8_t* const lut8 = [] {
     return lut;
 }();
 const float balance[9] = {0.3f, -0.2f, 0.1f, -0.4f, 0.25f, 0.0f, 0.6f, -0.1f, -0.7f};
+
+// Selective colour amounts (cyan, magenta, yellow, black for each of the nine ranges), and a 5-node
+// cube: a curved, channel-mixing look.
+const float selective[36] = {0.3f, -0.2f, 0.1f, 0.05f, -0.4f, 0.2f, 0.6f, -0.1f, 0.1f, 0.5f, -0.3f, 0.2f,
+                             -0.6f, 0.1f, 0.3f, 0, 0.2f, 0.4f, -0.5f, 0.1f, 0.1f, 0.7f, -0.2f, -0.3f,
+                             0.1f, 0.1f, -0.2f, 0.2f, -0.3f, 0.2f, 0.1f, 0.15f, 0.2f, -0.1f, 0.3f, -0.4f};
+const float* const cube = [] {
+    static float nodes[5 * 5 * 5 * 3];
+    for (int i = 0; i < 125; ++i) {
+        const float r = float(i % 5) / 4, g = float(i / 5 % 5) / 4, b = float(i / 25) / 4;
+        nodes[3 * i] = r * r * 0.9f + 0.1f * b, nodes[3 * i + 1] = std::sqrt(g) * 0.8f + 0.2f * r, nodes[3 * i + 2] = b * (1.2f - g * 0.4f);
+    }
+    return nodes;
+}();
 
 // Test matrices: a general twist with negative terms and offsets, the ProPhoto to sRGB step.
 const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0.2f, 0.1f, 0.05f, 0.7f};
@@ -204,6 +226,11 @@ std::vector<Kernel> AllKernels() {
          rc::HueSaturation(37.0f, 0.4f, -0.3f), 0, -0.2f, 1.2f},
         {"HueSaturationLighter", 4, 4, false, false, true, false, OwnInPlace(XMImageHueSaturation_Rgba128F_SSE2, -150.0f, -0.5f, 0.25f),
          rc::HueSaturation(-150.0f, -0.5f, 0.25f), 0, -0.2f, 1.2f},
+        // Selective colour both ways, the 3D LUT both ways on a 5-node cube that is not affine.
+        {"SelectiveRelative", 4, 4, false, false, false, false, Own(XMImageSelectiveColor, selective, 1), rc::SelectiveColour{selective, true}, 0, -0.1f, 1.1f},
+        {"SelectiveAbsolute", 4, 4, false, false, false, false, Own(XMImageSelectiveColor, selective, 0), rc::SelectiveColour{selective, false}, 0, -0.1f, 1.1f},
+        {"Lut3dTrilinear", 4, 4, false, false, false, false, Own(XMImage3DLut_Rgba128F_SSE2, cube, 5, 0), rc::Lut3d{cube, 5, false}, 0, -0.1f, 1.1f},
+        {"Lut3dTetrahedral", 4, 4, false, false, true, false, OwnInPlace3d(cube, 5, 1), rc::Lut3d{cube, 5, true}, 0, -0.1f, 1.1f},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
         {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
         {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),
@@ -626,6 +653,56 @@ TEST(ToneAndHue, ZeroAmountsGreysAndTheParametricCurve) {
     for (const float* bad : {bad_amount, bad_splits, nan_split})
         EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 1024, &roi, bad, 0), StatusInvalidParameter);
     EXPECT_EQ(image, px);
+}
+
+// The 3D LUT: an identity cube leaves pixels (clamped) as they were, the two interpolations agree
+// at every node of any cube and everywhere on an affine one, and bad arguments write nothing.
+// Selective colour moves greys only through its whites, neutrals and blacks.
+TEST(LookAndSelective, LutPropertiesAndGreys) {
+    std::vector<float> identity(17 * 17 * 17 * 3), affine(identity.size());
+    for (int i = 0; i < 17 * 17 * 17; ++i)
+        for (int c = 0; c < 3; ++c) {
+            const float x = float(i / (c == 0 ? 1 : c == 1 ? 17 : 289) % 17) / 16;
+            identity[size_t(3 * i + c)] = x;
+        }
+    for (size_t i = 0; i < affine.size(); i += 3)
+        for (int c = 0; c < 3; ++c) affine[i + size_t(c)] = 0.1f + 0.5f * identity[i + size_t(c)] + 0.25f * identity[i + size_t((c + 1) % 3)];
+    const std::vector<float> px = RandomPixels(200, 23, -0.1f, 1.1f);
+    const ImageSize roi{200, 1};
+    auto lut = [&](const std::vector<float>& in, const float* nodes, int n, int interpolation) {
+        std::vector<float> out(in.size(), 9.0f);
+        EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(in.data(), 3200, out.data(), 3200, &roi, nodes, n, interpolation), StatusOk);
+        return out;
+    };
+    for (int interpolation : {0, 1}) {
+        const std::vector<float> same = lut(px, identity.data(), 17, interpolation);
+        for (size_t i = 0; i < px.size(); ++i) EXPECT_NEAR(same[i], i % 4 == 3 ? px[i] : std::clamp(px[i], 0.0f, 1.0f), 2e-7) << i;
+    }
+    const std::vector<float> tri = lut(px, affine.data(), 17, 0), tet = lut(px, affine.data(), 17, 1);
+    for (size_t i = 0; i < px.size(); ++i) EXPECT_NEAR(tri[i], tet[i], 2e-7) << i;
+    std::vector<float> nodes(200 * 4);
+    for (size_t i = 0; i < nodes.size(); ++i) nodes[i] = float(i * 7 % 5) / 4;  // every channel on a node of the 5-cube
+    EXPECT_EQ(lut(nodes, cube, 5, 0), lut(nodes, cube, 5, 1));
+
+    std::vector<float> untouched(px.size(), 9.0f);
+    for (const auto& [n, interpolation, nodes_ptr] : {std::tuple{1, 0, cube}, std::tuple{257, 0, cube}, std::tuple{5, 2, cube},
+                                                       std::tuple{5, 0, static_cast<const float*>(nullptr)}})
+        EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(px.data(), 3200, untouched.data(), 3200, &roi, nodes_ptr, n, interpolation),
+                  StatusInvalidParameter);
+    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(px.data(), 0, untouched.data(), 3200, &roi, cube, 5, 0), StatusInvalidParameter);
+    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(nullptr, 3200, untouched.data(), 3200, &roi, cube, 5, 0), StatusInvalidParameter);
+    EXPECT_EQ(untouched, std::vector<float>(px.size(), 9.0f));
+
+    float colour_only[36];
+    std::copy(selective, selective + 24, colour_only);
+    std::fill(colour_only + 24, colour_only + 36, 0.0f);
+    std::vector<float> greys(256), out(256);
+    for (size_t i = 0; i < greys.size(); ++i) greys[i] = float(i / 4) / 63;
+    const ImageSize g{64, 1};
+    XMImageSelectiveColor(greys.data(), 1024, out.data(), 1024, &g, colour_only, 1);
+    EXPECT_EQ(out, greys);
+    XMImageSelectiveColor(greys.data(), 1024, out.data(), 1024, &g, selective, 0);
+    EXPECT_NE(out, greys);
 }
 
 #if defined(VELMORA_TEST_LCMS2)

@@ -192,4 +192,63 @@ struct HueSaturation {
     }
 };
 
+// Selective colour, one pixel, the weights written out range by range.
+struct SelectiveColour {
+    const float* table;
+    bool relative;
+    void operator()(const float* p, float* d) const {
+        const float r = p[0], g = p[1], b = p[2];
+        const float hi = std::max({r, g, b}), lo = std::min({r, g, b});
+        const float mid = std::max(std::min(r, g), std::min(std::max(r, g), b));  // the median
+        const float whites = std::clamp(2 * lo - 1, 0.0f, 1.0f), blacks = std::clamp(1 - 2 * hi, 0.0f, 1.0f);
+        const float w[9] = {r == hi ? hi - mid : 0, b == lo ? mid - lo : 0, g == hi ? hi - mid : 0,
+                            r == lo ? mid - lo : 0, b == hi ? hi - mid : 0, g == lo ? mid - lo : 0,
+                            whites, std::max(0.0f, ((1 - whites) - blacks) - (hi - lo)), blacks};
+        for (int c = 0; c < 3; ++c) {
+            float s = 0;
+            for (int range = 0; range < 9; ++range) s = s + w[range] * (table[4 * range + c] + table[4 * range + 3]);
+            d[c] = std::clamp(p[c] - s * (relative ? 1 - p[c] : 1.0f), 0.0f, 1.0f);
+        }
+        d[3] = p[3];
+    }
+};
+
+// 3D LUT, one pixel: the cell and fractions, then trilinear over the eight corners or tetrahedral
+// over the corners met walking the axes in order of decreasing fraction.
+struct Lut3d {
+    const float* cube;
+    int n;
+    bool tetrahedral;
+    void operator()(const float* p, float* d) const {
+        d[3] = p[3];
+        int i[3];
+        float f[3];
+        for (int c = 0; c < 3; ++c) {
+            const float x = Clamp01(p[c]) * float(n - 1);
+            i[c] = std::min(int(x), n - 2);
+            f[c] = x - float(i[c]);
+        }
+        auto node = [&](int dr, int dg, int db) { return cube + 3 * ((size_t(i[2] + db) * n + (i[1] + dg)) * n + (i[0] + dr)); };
+        if (!tetrahedral) {
+            for (int c = 0; c < 3; ++c) d[c] = 0;
+            for (int k = 0; k < 8; ++k) {
+                const int dr = k & 1, dg = (k >> 1) & 1, db = k >> 2;
+                const float w = ((dr ? f[0] : 1 - f[0]) * (dg ? f[1] : 1 - f[1])) * (db ? f[2] : 1 - f[2]);
+                for (int c = 0; c < 3; ++c) d[c] = d[c] + w * node(dr, dg, db)[c];
+            }
+            return;
+        }
+        int axis[3] = {0, 1, 2};
+        std::stable_sort(axis, axis + 3, [&](int a, int b) { return f[a] > f[b]; });
+        int step[3] = {0, 0, 0};
+        step[axis[0]] = 1;
+        const float* ca = node(step[0], step[1], step[2]);
+        step[axis[1]] = 1;
+        const float* cb = node(step[0], step[1], step[2]);
+        const float f1 = f[axis[0]], f2 = f[axis[1]], f3 = f[axis[2]];
+        for (int c = 0; c < 3; ++c)
+            d[c] = (((1 - f1) * node(0, 0, 0)[c] + (f1 - f2) * ca[c]) + (f2 - f3) * cb[c]) + f3 * node(1, 1, 1)[c];
+    }
+};
+
 }  // namespace ref::color

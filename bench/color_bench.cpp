@@ -9,6 +9,8 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
+#include <algorithm>
 
 #include "bench_support.h"
 #include "velmora/imaging.h"
@@ -189,6 +191,48 @@ const bool kRegistered = [] {
     static const float kBalance[9] = {0.2f, 0, -0.2f, 0, 0.1f, 0, -0.1f, 0, 0.2f};
     Register("colour_balance/velmora", [](auto& s) {
         InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { Adjust_Rgba128F_SSE(p, step, roi, kBalance, 1); }, false);
+    });
+    // The 3D LUT (33-node cube) beside a plain scalar trilinear lookup, OpenCV having none; selective
+    // colour on its own.
+    static std::vector<float> cube(33 * 33 * 33 * 3);
+    for (size_t i = 0; i < cube.size(); ++i) cube[i] = float(i / 3 / (i % 3 == 0 ? 1 : i % 3 == 1 ? 33 : 1089) % 33) / 32 * 0.9f + 0.05f;
+    for (int interpolation : {0, 1})
+        Register(interpolation ? "lut3d_tetrahedral/velmora" : "lut3d_trilinear/velmora", [interpolation](auto& s) {
+            Call(s, [&](Images& im) {
+                XMImage3DLut_Rgba128F_SSE2(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, &im.roi, cube.data(), 33,
+                                           interpolation);
+            }, 32);
+        });
+    Register("lut3d_trilinear/scalar", [](auto& s) {
+        Call(s, [](Images& im) {
+            for (int y = 0; y < kHeight; ++y) {
+                const float* in = reinterpret_cast<const float*>(im.rgb.data() + int64_t{y} * im.rgb.step);
+                float* out = reinterpret_cast<float*>(im.work.data() + int64_t{y} * im.work.step);
+                for (int x = 0; x < kWidth; ++x, in += 4, out += 4) {
+                    int i[3];
+                    float f[3];
+                    for (int c = 0; c < 3; ++c) {
+                        const float p = std::min(std::max(in[c], 0.0f), 1.0f) * 32;
+                        i[c] = std::min(int(p), 31), f[c] = p - float(i[c]);
+                    }
+                    for (int c = 0; c < 3; ++c) out[c] = 0;
+                    for (int k = 0; k < 8; ++k) {
+                        const int dr = k & 1, dg = (k >> 1) & 1, db = k >> 2;
+                        const float w = ((dr ? f[0] : 1 - f[0]) * (dg ? f[1] : 1 - f[1])) * (db ? f[2] : 1 - f[2]);
+                        const float* v = cube.data() + 3 * ((size_t(i[2] + db) * 33 + i[1] + dg) * 33 + i[0] + dr);
+                        for (int c = 0; c < 3; ++c) out[c] += w * v[c];
+                    }
+                    out[3] = in[3];
+                }
+            }
+        }, 32);
+    });
+    static const float kSelective[36] = {0.2f, -0.1f, 0, 0, 0, 0.1f, -0.2f, 0, -0.1f, 0, 0.2f, 0, 0.1f, 0.1f, 0, 0, 0, -0.2f,
+                                         0.1f, 0, 0.2f, 0, -0.1f, 0, 0, 0, 0, -0.05f, 0.05f, 0, 0, 0, 0, 0, 0, 0.1f};
+    Register("selective_colour/velmora", [](auto& s) {
+        Call(s, [](Images& im) {
+            XMImageSelectiveColor(im.rgb.As<float>(), im.rgb.step, im.work.As<float>(), im.work.step, &im.roi, kSelective, 1);
+        }, 32);
     });
     return true;
 }();

@@ -9,6 +9,7 @@
 //    the sorted fractions f1 >= f2 >= f3: ((1 - f1) C000 + (f1 - f2) Ca) + (f2 - f3) Cb) + f3 C111.
 // Both are exact at the nodes (a weight of 1 and zeros), agree on an affine cube, and give the last
 // node exactly at the top edge. Alpha is copied; exactly the region is read and written.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -48,19 +49,15 @@ struct Lut3d {
             }
             return;
         }
-        // The tetrahedron: walk from C000 along the axis of the largest fraction, then the next.
+        // The tetrahedron: from C000 along the axis of the largest fraction, then on to C111 less the
+        // axis of the smallest. Where fractions tie, the vertex picked carries weight 0 (its weight is
+        // their difference), so any choice gives the same bits; picking by comparisons, not branches
+        // on the order, keeps random colours from mispredicting.
         const float fr = f[0], fg = f[1], fb = f[2];
-        float f1, f2, f3;
-        int64_t a, b;
-        if (fr > fg) {
-            if (fg > fb) f1 = fr, f2 = fg, f3 = fb, a = dr, b = dr + dg;
-            else if (fr > fb) f1 = fr, f2 = fb, f3 = fg, a = dr, b = dr + db;
-            else f1 = fb, f2 = fr, f3 = fg, a = db, b = db + dr;
-        } else {
-            if (fb > fg) f1 = fb, f2 = fg, f3 = fr, a = db, b = db + dg;
-            else if (fb > fr) f1 = fg, f2 = fb, f3 = fr, a = dg, b = dg + db;
-            else f1 = fg, f2 = fr, f3 = fb, a = dg, b = dg + dr;
-        }
+        const float f1 = std::max(std::max(fr, fg), fb), f3 = std::min(std::min(fr, fg), fb);
+        const float f2 = std::max(std::min(fr, fg), std::min(std::max(fr, fg), fb));
+        const int64_t a = fr == f1 ? dr : fg == f1 ? dg : db;
+        const int64_t b = (dr + dg + db) - (fb == f3 ? db : fg == f3 ? dg : dr);
         const float* c000 = node(0);
         const float* ca = node(a);
         const float* cb = node(b);

@@ -639,6 +639,28 @@ VELMORA_API void VELMORA_CALL Adjust_Rgba128F_SSE(float* image, int32_t step, co
 VELMORA_API void VELMORA_CALL XMImageHueSaturation_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
                                                                  float hue, float saturation, float lightness);
 
+/* HSL by hue band: eight bands centred at 0 (red), 30 (orange), 60 (yellow), 120 (green), 180 (aqua), 240
+   (blue), 270 (purple) and 300 (magenta) degrees of the pixel's hexcone hue h; in the segment between
+   neighbouring centres c_k <= h < c_k+1, t = (h - c_k) / (c_k+1 - c_k), band k weighs 1 - t and band k + 1
+   (magenta's neighbour is red at 360) t. bands = 24 floats in [-1, 1]: hue[8], saturation[8], luminance[8];
+   each sum is (1 - t) a_k + t a_k+1. In this order: h' = h + 30 degrees x hue sum, R, G, B rebuilt at the
+   same HSV saturation and value; c <- Y + (c - Y)(1 + saturation sum), Y of that pixel; R, G, B times
+   2^(s x luminance sum), s = (max - min) / max of the original. A pixel with max - min = 0 or max <=
+   1.1920929e-07 is grey: every sum 0. A zero sum skips its step, so zero amounts change no bit. Alpha kept;
+   in place; exactly the region; any alignment; no checks. */
+/* One pixel at a time, bit-equal to the four-pixel export. */
+VELMORA_API void VELMORA_CALL Adjust_HSL_Rgba128F(float* image, int32_t step, const ImageSize* roi, const float* bands);
+VELMORA_API void VELMORA_CALL Adjust_HSL_Rgba128F_SSE2(float* image, int32_t step, const ImageSize* roi,
+                                                       const float* bands);
+/* Hue-keyed curves in place of the bands: curves = hue-vs-hue, hue-vs-saturation, hue-vs-luminance, 361 floats
+   each per degree (entry 360 = entry 0), T[k] + (T[k + 1] - T[k]) (h - k) at k = trunc(h), used as the three
+   sums (the hue curve in the bands' units of 30 degrees). */
+VELMORA_API void VELMORA_CALL Adjust_HSL_Rgba128F_SSE2_Lut(float* image, int32_t step, const ImageSize* roi,
+                                                           const float* curves);
+/* 8-bit preview on Bgra32: bytes times the float nearest 1/255 as they stand, the same maths, written back
+   clamped, times 255, rounded half to even; alpha kept. */
+VELMORA_API void VELMORA_CALL Adjust_HSL_Bgra32_SSE2(uint8_t* image, int32_t step, const ImageSize* roi,
+                                                     const float* bands);
 /* Selective colour: table = 9 ranges (reds, yellows, greens, cyans, blues, magentas, whites, neutrals, blacks)
    x (cyan, magenta, yellow, black) in [-1, 1]. With max >= mid >= min of the source's R, G, B: the primary
    range of the largest channel weighs max - mid, the secondary range of the two largest (yellows R+G, cyans

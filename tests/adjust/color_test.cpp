@@ -117,6 +117,16 @@ const float* const cube = [] {
     return nodes;
 }();
 
+// HSL bands (hue, saturation, luminance for the eight bands) and per-degree curves.
+const float hsl_bands[24] = {0.3f, -0.2f, 0.5f, 0.1f, -0.6f, 0.4f, 0.0f, -0.3f, 0.5f, -0.4f, 0.2f, 0.6f,
+                             -0.2f, 0.3f, -0.5f, 0.1f, -0.3f, 0.2f, 0.4f, -0.1f, 0.6f, -0.5f, 0.3f, 0.1f};
+const float* const hsl_curves = [] {
+    static float c[3 * 361];
+    for (int j = 0; j < 3; ++j)
+        for (int k = 0; k <= 360; ++k) c[361 * j + k] = 0.5f * std::sin((k % 360) * 0.0349066f * float(j + 1)) - 0.1f * float(j);
+    return c;
+}();
+
 // Test matrices: a general twist with negative terms and offsets, the ProPhoto to sRGB step.
 const float kTwist[16] = {0.9f, 0.2f, -0.1f, 0.05f, -0.3f, 1.1f, 0.25f, -0.02f, 0.1f, -0.4f, 1.3f, 0.1f, 0.2f, 0.1f, 0.05f, 0.7f};
 const float kAffine[12] = {2.0343f, -0.7276f, -0.3067f, 0.01f, -0.2289f, 1.2320f, -0.0031f, 0.0f, -0.0085f, -0.1533f, 1.1618f, -0.02f};
@@ -231,6 +241,19 @@ std::vector<Kernel> AllKernels() {
         {"SelectiveAbsolute", 4, 4, false, false, false, false, Own(XMImageSelectiveColor, selective, 0), rc::SelectiveColour{selective, false}, 0, -0.1f, 1.1f},
         {"Lut3dTrilinear", 4, 4, false, false, false, false, Own(XMImage3DLut_Rgba128F_SSE2, cube, 5, 0), rc::Lut3d{cube, 5, false}, 0, -0.1f, 1.1f},
         {"Lut3dTetrahedral", 4, 4, false, false, true, false, OwnInPlace3d(cube, 5, 1), rc::Lut3d{cube, 5, true}, 0, -0.1f, 1.1f},
+        // HSL: the luminance step's 2^x is the vector one, compared relatively; the preview within a code.
+        {"HSL", 4, 4, false, false, true, false, OwnInPlace(Adjust_HSL_Rgba128F, hsl_bands), rc::Hsl{hsl_bands, nullptr}, 2e-6, -0.1f, 1.1f, true},
+        {"HSL_SSE2", 4, 4, false, false, true, false, OwnInPlace(Adjust_HSL_Rgba128F_SSE2, hsl_bands), rc::Hsl{hsl_bands, nullptr}, 2e-6, -0.1f, 1.1f, true},
+        {"HSL_Lut", 4, 4, false, false, true, false, OwnInPlace(Adjust_HSL_Rgba128F_SSE2_Lut, hsl_curves), rc::Hsl{nullptr, hsl_curves}, 2e-6, -0.1f, 1.1f, true},
+        {"HSL_Bgra32", 4, 4, true, true, true, false, OwnInPlace(Adjust_HSL_Bgra32_SSE2, hsl_bands),
+         [](const float* s, float* d) {
+             const float rgb[4] = {s[2] * 0.003921569f, s[1] * 0.003921569f, s[0] * 0.003921569f, 0};
+             float out[4];
+             rc::Hsl{hsl_bands, nullptr}(rgb, out);
+             const float lanes[3] = {out[2], out[1], out[0]};
+             for (int i = 0; i < 3; ++i) d[i] = std::nearbyint(std::clamp(lanes[i], 0.0f, 1.0f) * 255.0f);
+         },
+         1, 0, 256},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.
         {"RGBToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageRGBToLab_Rgb128F_SSE2), Lab(ProPhotoToLab), 1e-4, -0.02f, 1.1f},
         {"LabToRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageLabToRGB_Rgb128F_SSE2),
@@ -653,6 +676,27 @@ TEST(ToneAndHue, ZeroAmountsGreysAndTheParametricCurve) {
     for (const float* bad : {bad_amount, bad_splits, nan_split})
         EXPECT_EQ(SSE2_ToneCurveParametric_Rgba128F(image.data(), 1024, &roi, bad, 0), StatusInvalidParameter);
     EXPECT_EQ(image, px);
+}
+
+// HSL: the one-pixel export gives the four-pixel export's bits, zero bands change no bit, and
+// greys never move whatever the bands say.
+TEST(Hsl, TwinsAgreeZeroBandsAndGreys) {
+    const std::vector<float> px = RandomPixels(101, 29, -0.1f, 1.1f);
+    const ImageSize roi{101, 1};
+    std::vector<float> one = px, four = px, zero = px;
+    Adjust_HSL_Rgba128F(one.data(), 101 * 16, &roi, hsl_bands);
+    Adjust_HSL_Rgba128F_SSE2(four.data(), 101 * 16, &roi, hsl_bands);
+    EXPECT_EQ(std::memcmp(one.data(), four.data(), one.size() * 4), 0);
+    const float none[24] = {};
+    Adjust_HSL_Rgba128F_SSE2(zero.data(), 101 * 16, &roi, none);
+    EXPECT_EQ(zero, px);
+    std::vector<float> greys(256);
+    for (size_t i = 0; i < greys.size(); ++i) greys[i] = i % 4 == 3 ? 0.5f : float(i / 4) / 63;
+    std::vector<float> moved = greys;
+    const ImageSize g{64, 1};
+    Adjust_HSL_Rgba128F_SSE2(moved.data(), 1024, &g, hsl_bands);
+    Adjust_HSL_Rgba128F_SSE2_Lut(moved.data(), 1024, &g, hsl_curves);
+    EXPECT_EQ(moved, greys);
 }
 
 // The 3D LUT: an identity cube leaves pixels (clamped) as they were, the two interpolations agree

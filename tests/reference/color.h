@@ -251,4 +251,45 @@ struct Lut3d {
     }
 };
 
+// HSL by hue band (or per-degree curves), the float steps as the header states them, 2^x in double.
+struct Hsl {
+    const float* bands;
+    const float* curves;
+    void operator()(const float* p, float* d) const {
+        static const float centre[9] = {0, 30, 60, 120, 180, 240, 270, 300, 360};
+        const float r = p[0], g = p[1], b = p[2], hi = std::max({r, g, b}), lo = std::min({r, g, b}), dd = hi - lo;
+        const bool grey = dd == 0 || hi <= 1.1920929e-07f;
+        float h = r == hi ? 60 * ((g - b) / dd) : g == hi ? 60 * ((b - r) / dd + 2) : 60 * ((r - g) / dd + 4);
+        if (h < 0) h += 360;
+        if (h >= 360) h -= 360;
+        float sum[3] = {0, 0, 0};
+        for (int j = 0; j < 3 && !grey; ++j) {
+            if (curves) {
+                const float* c = curves + 361 * j;
+                const int k = int(h);
+                sum[j] = c[k] + (c[k + 1] - c[k]) * (h - float(k));
+            } else {
+                int k = 0;
+                while (!(h < centre[k + 1])) ++k;
+                const float t = (h - centre[k]) / (centre[k + 1] - centre[k]);
+                sum[j] = (1 - t) * bands[8 * j + k] + t * bands[8 * j + (k + 1) % 8];
+            }
+        }
+        const float chroma = grey ? 0 : dd / hi;
+        float c[3] = {r, g, b};
+        if (sum[0] != 0) {
+            float x = h + 30 * sum[0];
+            x = x - 360 * std::floor(x / 360);
+            const float sector = std::min(std::floor(x / 60), 5.0f), f = x / 60 - sector;
+            const float v = hi, pp = v * (1 - chroma), q = v * (1 - chroma * f), t = v * (1 - chroma * (1 - f));
+            const float rs[6] = {v, q, pp, pp, t, v}, gs[6] = {t, v, v, q, pp, pp}, bs[6] = {pp, pp, t, v, v, q};
+            const int i = int(sector);
+            c[0] = rs[i], c[1] = gs[i], c[2] = bs[i];
+        }
+        const float y = Colourise::Luma(c);
+        const double gain = std::exp2(double(chroma * sum[2]));
+        for (int i = 0; i < 3; ++i) d[i] = float((sum[1] != 0 ? y + (c[i] - y) * (1 + sum[1]) : c[i]) * gain);
+    }
+};
+
 }  // namespace ref::color

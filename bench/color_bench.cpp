@@ -171,6 +171,11 @@ const bool kRegistered = [] {
             cv::cvtColor(hsv, back, cv::COLOR_HSV2RGB_FULL);
         }, 24);
     });
+    static const float kBands[24] = {0.2f, -0.1f, 0.3f, 0, -0.2f, 0.1f, 0, 0.1f, 0.2f, 0, -0.2f, 0.3f,
+                                     0, 0.1f, -0.1f, 0, -0.1f, 0.1f, 0.2f, 0, 0.1f, -0.2f, 0, 0};
+    Register("hsl/velmora", [](auto& s) {
+        InPlace(s, [](float* p, int32_t step, const ImageSize* roi) { Adjust_HSL_Rgba128F_SSE2(p, step, roi, kBands); }, false);
+    });
     static uint8_t lut[768];
     for (int i = 0; i < 768; ++i) lut[i] = uint8_t(255 - i % 256);
     Register("tone_curve_bgra32/velmora", [](auto& s) {

@@ -321,10 +321,18 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });
     // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
     Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });
+    // HSL bands and .cube looks work on the encoded values, the scale their hues and files are made for.
+    if (!amounts.hsl.empty())
+        Stage("HSL bands", pixels, [&] { Adjust_HSL_Rgba128F_SSE2(work.data.get(), work.step, &roi, amounts.hsl.data()); });
+    if (amounts.lut.size > 0)
+        Stage("3D LUT (tetrahedral)", pixels, [&] {
+            XMImage3DLut_Rgba128F_SSE2(work.data.get(), work.step, work.data.get(), work.step, &roi, amounts.lut.nodes.data(),
+                                       amounts.lut.size, 1);
+        });
     Stage("alpha back", pixels, [&] { RestoreAlpha(work, alpha); });
     Image out;
     Stage(in.bits == 8 ? "Rgba128F -> Bgra32" : "Rgba128F -> Rgba64", pixels, [&] { out = FromWorking(work, in.bits); });
-    out.tinted = amounts.split.on;
+    out.tinted = amounts.split.on || !amounts.hsl.empty() || amounts.lut.size > 0;
     return out;
 }
 

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "image_io.h"
+#include "looks.h"
 
 namespace velmora::tool {
 
@@ -37,6 +39,8 @@ struct DevelopAmounts {
     float detail = 0;  // local Laplacian strength after the pass
     GradientSpec gradient;
     SplitToneSpec split;
+    std::vector<float> hsl;  // 24 band amounts, on the encoded sRGB result (empty: none)
+    CubeLut lut;             // a .cube look on the encoded sRGB result (size 0: none)
 };
 
 Image DevelopImage(const Image& in, const DevelopAmounts& amounts);

@@ -88,6 +88,8 @@ int Develop(Args& args) {
         if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
     if (const std::optional<std::string> g = args.Take("--gradient")) a.gradient = ParseGradient(*g);
     if (const std::optional<std::string> t = args.Take("--split-tone")) a.split = ParseSplitTone(*t);
+    if (const std::optional<std::string> f = args.Take("--hsl")) a.hsl = ReadHslBands(*f);
+    if (const std::optional<std::string> f = args.Take("--lut")) a.lut = ReadCube(*f);
     return ForEachPicture(args, "develop", [&](const Image& in) {
         PrintAmounts(a);
         return DevelopImage(in, a);
@@ -143,7 +145,9 @@ int Demo(Args& args) {
     WriteImage(out, round);
     Wrote(out, round, 0);
     // A moderate edit: a little brighter, open shadows, held highlights, more local contrast.
-    const DevelopAmounts edit{0.3f, 0.1f, 0.35f, -0.3f, 0.15f, 0.25f, 0.15f, 0.0f, {}, {}};
+    DevelopAmounts edit;
+    edit.exposure = 0.3f, edit.brightness = 0.1f, edit.shadows = 0.35f, edit.highlights = -0.3f;
+    edit.contrast = 0.15f, edit.clarity = 0.25f, edit.saturation = 0.15f;
     if (Report()) std::fprintf(Report(), "develop road:\n");
     PrintAmounts(edit);
     const Image edited = DevelopImage(*scene, edit);
@@ -168,7 +172,7 @@ const Command kCommands[] = {
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
      "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SHAPE]\n"
-     "                 [--split-tone SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]]",
+     "                 [--split-tone SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]] [--hsl FILE] [--lut FILE.cube]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
@@ -184,7 +188,11 @@ const Command kCommands[] = {
      "  vignette[:cx,cy,rx,ry,feather]  the outside of that ellipse; default 0.5,0.5,0.4,0.4,0.6\n"
      "--split-tone tints the shadows with one colour and the highlights with another at each pixel's\n"
      "own luminance (colours as RRGGBB sRGB codes, e.g. 2a5d8f:f0b060); BALANCE from -1 (mostly the\n"
-     "highlight colour) to 1 (mostly the shadow colour), default 0; AMOUNT 0 to 1, default 0.3.\n",
+     "highlight colour) to 1 (mostly the shadow colour), default 0; AMOUNT 0 to 1, default 0.3.\n"
+     "--hsl FILE shifts hue, saturation and luminance by hue band: 24 numbers from -1 to 1, the hue\n"
+     "shifts (30 degrees per unit), then saturations, then luminances of red, orange, yellow, green,\n"
+     "aqua, blue, purple and magenta. --lut applies a .cube 3D LUT (tetrahedral). Both work on the\n"
+     "encoded sRGB result, after the gamut clip; a grey picture they touch is written as RGB.\n",
      true, Develop},
     {"blur", "blur IN OUT --radius R [--kind box|gaussian]",
      "Blurs the picture in linear light: sRGB codes decoded, blurred, encoded again, alpha blurred\n"

@@ -52,16 +52,35 @@ inline Batch4 Hue(Batch4 r, Batch4 g, Batch4 b, Batch4 hi, Batch4 d) {
 }
 
 // Tent weights between neighbouring centres: in segment k (centre k <= h < centre k + 1),
-// t = (h - c_k) / (c_k+1 - c_k), band k weighs 1 - t and band k + 1 (mod 8) t.
-inline Batch4 BandSum(Batch4 h, const float* amounts) {
-    Batch4 sum(0.0f);
-    for (int k = 0; k < 8; ++k) {
-        const Batch4 t = (h - Batch4(kCentre[k])) / Batch4(kCentre[k + 1] - kCentre[k]);
-        const Batch4 mix = (Batch4(1.0f) - t) * Batch4(amounts[k]) + t * Batch4(amounts[(k + 1) % 8]);
-        sum = xsimd::select(h >= Batch4(kCentre[k]) && h < Batch4(kCentre[k + 1]), mix, sum);
+// t = (h - c_k) / (c_k+1 - c_k), band k weighs 1 - t and band k + 1 (mod 8) t. The segment's
+// centre, width and both neighbours' amounts are picked per lane by comparisons, so one division
+// serves the three sums.
+struct Segment {
+    Batch4 t, one_minus_t;
+    Batch4 at[9];  // at[k] set in the lanes whose segment is k (compare masks as floats)
+
+    explicit Segment(Batch4 h) {
+        Batch4 start(0.0f), width(30.0f);
+        for (int k = 0; k < 8; ++k) {
+            const auto in = h >= Batch4(kCentre[k]) && h < Batch4(kCentre[k + 1]);
+            at[k] = xsimd::select(in, Batch4(1.0f), Batch4(0.0f));
+            start = xsimd::select(in, Batch4(kCentre[k]), start);
+            width = xsimd::select(in, Batch4(kCentre[k + 1] - kCentre[k]), width);
+        }
+        t = (h - start) / width;
+        one_minus_t = Batch4(1.0f) - t;
     }
-    return sum;
-}
+    Batch4 Sum(const float* amounts) const {
+        Batch4 lower(0.0f), upper(0.0f);
+        for (int k = 0; k < 8; ++k) {
+            const auto in = at[k] != Batch4(0.0f);
+            lower = xsimd::select(in, Batch4(amounts[k]), lower);
+            upper = xsimd::select(in, Batch4(amounts[(k + 1) % 8]), upper);
+        }
+        // Lanes in no segment (a grey's NaN hue) sum to 0 and are masked by the caller anyway.
+        return one_minus_t * lower + t * upper;
+    }
+};
 
 // T[k] + (T[k + 1] - T[k]) (h - k), k = trunc(h), on a per-degree curve of 361 entries.
 inline Batch4 DegreeCurve(Batch4 h, const float* curve) {
@@ -120,7 +139,10 @@ struct Hsl {
 
 struct BandsAt {
     const float* bands;  // hue[8], saturation[8], luminance[8]
-    HslAmounts operator()(Batch4 h) const { return {BandSum(h, bands), BandSum(h, bands + 8), BandSum(h, bands + 16)}; }
+    HslAmounts operator()(Batch4 h) const {
+        const Segment segment(h);
+        return {segment.Sum(bands), segment.Sum(bands + 8), segment.Sum(bands + 16)};
+    }
 };
 struct CurvesAt {
     const float* curves;  // three per-degree curves of 361 entries

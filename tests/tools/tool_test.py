@@ -175,6 +175,26 @@ if colour != 2 or not dark[2] > dark[0] or not light[0] > light[2]:
 for bad in ("204080", "zz4080:f0c070", "204080:f0c070:2", "204080:f0c070:0:-1"):
     run("develop", "ramp.png", "bad.png", "--split-tone", bad, ok=False)
 
+# Looks from files: an identity .cube keeps the picture (within a code), an HSL file turning reds
+# toward yellow raises a red patch's green; damaged files are one-line errors.
+with open(path("identity.cube"), "w") as f:
+    f.write('TITLE "identity"\nLUT_3D_SIZE 5\n' + "".join(f"{r / 4} {g / 4} {b / 4}\n" for b in range(5) for g in range(5) for r in range(5)))
+run("develop", "rgb.png", "plain-dev.png")
+run("develop", "rgb.png", "cubed.png", "--lut", "identity.cube")
+if any(abs(a - b) > 1 for ra, rb in zip(decode_png("plain-dev.png")[3], decode_png("cubed.png")[3]) for a, b in zip(ra, rb)):
+    failures.append("an identity .cube changed the picture")
+open(path("reds.hsl"), "w").write("# hue\n1 0 0 0 0 0 0 0\n" + "0 " * 16 + "\n")
+open(path("red.png"), "wb").write(png(8, 8, 2, [bytes((200, 30, 30) * 8)] * 8))
+run("develop", "red.png", "turned.png", "--hsl", "reds.hsl")
+if not decode_png("turned.png")[3][4][1] > 60:
+    failures.append(f"--hsl did not turn red toward yellow: {tuple(decode_png('turned.png')[3][4][:3])}")
+open(path("short.hsl"), "w").write("0 " * 23)
+open(path("bad.cube"), "w").write("LUT_3D_SIZE 3\n0 0 0\n")
+for option, bad in (("--hsl", "short.hsl"), ("--lut", "bad.cube"), ("--lut", "missing.cube")):
+    p = run("develop", "rgb.png", "bad.png", option, bad, ok=False)
+    if len(p.stderr.decode().strip().splitlines()) != 1:
+        failures.append(f"{option} {bad}: not a one-line error: {p.stderr!r}")
+
 # Resize: the size asked (or kept in proportion), 16-bit inputs too; local detail on odd sizes
 # raises the checkerboard's contrast less than nothing and keeps the picture's size.
 run("resize", "rgb.png", "half.png", "--size", "18x0")

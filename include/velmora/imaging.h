@@ -641,10 +641,11 @@ VELMORA_API void VELMORA_CALL XMImageHueSaturation_Rgba128F_SSE2(float* image, i
 
 /* HSL by hue band: eight bands centred at 0 (red), 30 (orange), 60 (yellow), 120 (green), 180 (aqua), 240
    (blue), 270 (purple) and 300 (magenta) degrees of the pixel's hexcone hue h; in the segment between
-   neighbouring centres c_k <= h < c_k+1, t = (h - c_k) / (c_k+1 - c_k), band k weighs 1 - t and band k + 1
+   neighbouring centres c_k <= h < c_k+1, t = (h - c_k) x (float nearest 1 / (c_k+1 - c_k)), band k weighs 1 - t and band k + 1
    (magenta's neighbour is red at 360) t. bands = 24 floats in [-1, 1]: hue[8], saturation[8], luminance[8];
    each sum is (1 - t) a_k + t a_k+1. In this order: h' = h + 30 degrees x hue sum, R, G, B rebuilt at the
-   same HSV saturation and value; c <- Y + (c - Y)(1 + saturation sum), Y of that pixel; R, G, B times
+   same HSV saturation and value (h' wrapped by whole turns, h' - 360 floor(h' x 1/360), sector and fraction
+   from h' x 1/60, the reciprocals as floats); c <- Y + (c - Y)(1 + saturation sum), Y of that pixel; R, G, B times
    2^(s x luminance sum), s = (max - min) / max of the original. A pixel with max - min = 0 or max <=
    1.1920929e-07 is grey: every sum 0. A zero sum skips its step, so zero amounts change no bit. Alpha kept;
    in place; exactly the region; any alignment; no checks. */

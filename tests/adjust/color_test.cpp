@@ -678,15 +678,21 @@ TEST(ToneAndHue, ZeroAmountsGreysAndTheParametricCurve) {
     EXPECT_EQ(image, px);
 }
 
-// HSL: the one-pixel export gives the four-pixel export's bits, zero bands change no bit, and
-// greys never move whatever the bands say.
+// HSL: every level gives the one-pixel export's bits, zero bands change no bit, and greys never
+// move whatever the bands say.
 TEST(Hsl, TwinsAgreeZeroBandsAndGreys) {
     const std::vector<float> px = RandomPixels(101, 29, -0.1f, 1.1f);
     const ImageSize roi{101, 1};
-    std::vector<float> one = px, four = px, zero = px;
+    std::vector<float> one = px, zero = px, curved_sse2;
     Adjust_HSL_Rgba128F(one.data(), 101 * 16, &roi, hsl_bands);
-    Adjust_HSL_Rgba128F_SSE2(four.data(), 101 * 16, &roi, hsl_bands);
-    EXPECT_EQ(std::memcmp(one.data(), four.data(), one.size() * 4), 0);
+    vt::ForEachLevel([&] {  // every level's body gives the one-pixel export's bits, curves included
+        std::vector<float> four = px, curved = px;
+        Adjust_HSL_Rgba128F_SSE2(four.data(), 101 * 16, &roi, hsl_bands);
+        Adjust_HSL_Rgba128F_SSE2_Lut(curved.data(), 101 * 16, &roi, hsl_curves);
+        EXPECT_EQ(std::memcmp(one.data(), four.data(), one.size() * 4), 0);
+        if (curved_sse2.empty()) curved_sse2 = curved;
+        EXPECT_EQ(std::memcmp(curved.data(), curved_sse2.data(), curved.size() * 4), 0);
+    });
     const float none[24] = {};
     Adjust_HSL_Rgba128F_SSE2(zero.data(), 101 * 16, &roi, none);
     EXPECT_EQ(zero, px);

@@ -271,7 +271,7 @@ struct Hsl {
             } else {
                 int k = 0;
                 while (!(h < centre[k + 1])) ++k;
-                const float t = (h - centre[k]) / (centre[k + 1] - centre[k]);
+                const float t = (h - centre[k]) * (1.0f / (centre[k + 1] - centre[k]));
                 sum[j] = (1 - t) * bands[8 * j + k] + t * bands[8 * j + (k + 1) % 8];
             }
         }
@@ -279,8 +279,8 @@ struct Hsl {
         float c[3] = {r, g, b};
         if (sum[0] != 0) {
             float x = h + 30 * sum[0];
-            x = x - 360 * std::floor(x / 360);
-            const float sector = std::min(std::floor(x / 60), 5.0f), f = x / 60 - sector;
+            x = x - 360 * std::floor(x * (1.0f / 360));
+            const float sector = std::min(std::floor(x * (1.0f / 60)), 5.0f), f = x * (1.0f / 60) - sector;
             const float v = hi, pp = v * (1 - chroma), q = v * (1 - chroma * f), t = v * (1 - chroma * (1 - f));
             const float rs[6] = {v, q, pp, pp, t, v}, gs[6] = {t, v, v, q, pp, pp}, bs[6] = {pp, pp, t, v, v, q};
             const int i = int(sector);

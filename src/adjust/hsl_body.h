@@ -1,0 +1,180 @@
+// The HSL edit by hue band, written once over the float batch: the SSE2 body runs four pixels a
+// step, the AVX2 and AVX-512 bodies (hsl_avx2.cpp, hsl_avx512.cpp) eight and sixteen, with the
+// same operations in the same order on every lane, so every level gives the same bits. The wide
+// bodies look the per-lane band amounts up by permutes (color_lanes.h); the four-lane one picks
+// them by comparisons.
+#pragma once
+
+#include <cstdint>
+
+#if defined(__AVX2__)
+#include <immintrin.h>
+#endif
+
+#include "adjust/color_rows.h"
+#include "core/xmmath.h"
+
+namespace velmora::adjust::hsl {
+
+// Band centres in degrees (red, orange, yellow, green, aqua, blue, purple, magenta), red again at 360.
+inline constexpr float kCentre[9] = {0, 30, 60, 120, 180, 240, 270, 300, 360};
+inline constexpr float kEpsilon = 1.1920929e-07f;
+
+// Eight floats picked per lane by a segment index 0..7 held as floats: by comparisons here; the
+// wider levels specialise it with a permute.
+template <class B>
+struct Pick8 {
+    static B Pick(const float* table, B index) {
+        B out(table[0]);
+        for (int k = 1; k < 8; ++k) out = xsimd::select(index == B(static_cast<float>(k)), B(table[k]), out);
+        return out;
+    }
+};
+
+#if defined(__AVX2__)
+template <>
+struct Pick8<xsimd::batch<float, xsimd::avx2>> {
+    static xsimd::batch<float, xsimd::avx2> Pick(const float* table, xsimd::batch<float, xsimd::avx2> index) {
+        return _mm256_permutevar8x32_ps(_mm256_loadu_ps(table), _mm256_cvttps_epi32(index));
+    }
+};
+#endif
+#if defined(__AVX512F__)
+template <>
+struct Pick8<xsimd::batch<float, xsimd::avx512f>> {
+    static xsimd::batch<float, xsimd::avx512f> Pick(const float* table, xsimd::batch<float, xsimd::avx512f> index) {
+        const __m512 entries = _mm512_castps256_ps512(_mm256_loadu_ps(table));  // lanes 8..15 never picked
+        return _mm512_permutexvar_ps(_mm512_cvttps_epi32(index), entries);
+    }
+};
+#endif
+
+// What moves a pixel: the hue shift in units of 30 degrees, the saturation amount and the
+// luminance amount at its hue (band sums or curves), 0 for a grey.
+template <class B>
+struct Amounts {
+    B hue, saturation, luminance;
+};
+
+// The hexcone hue in [0, 360) of R, G, B (NaN or inf for greys, which the caller masks).
+template <class B>
+inline B Hue(B r, B g, B b, B hi, B d) {
+    // 60 (g - b) / d where red is largest, 60 ((b - r) / d + 2) where green is, 60 ((r - g) / d + 4)
+    // where blue is: one division, the offset added only where it is not 0.
+    const auto red = r == hi, green = g == hi;
+    const B ratio = xsimd::select(red, g - b, xsimd::select(green, b - r, r - g)) / d;
+    const B h = B(60.0f) * xsimd::select(red, ratio, ratio + xsimd::select(green, B(2.0f), B(4.0f)));
+    const B wrapped = xsimd::select(h < B(0.0f), h + B(360.0f), h);
+    return xsimd::select(wrapped >= B(360.0f), wrapped - B(360.0f), wrapped);  // -tiny + 360 rounds to 360
+}
+
+// Tent weights between neighbouring centres: in segment k (centre k <= h < centre k + 1),
+// t = (h - c_k) x (the float nearest 1 / (c_k+1 - c_k)), band k weighs 1 - t and band k + 1
+// (mod 8) t. The segment's centre, width and both neighbours' amounts are looked up per lane. Lanes in no segment (a grey's NaN hue) take segment 0 and are masked by the caller.
+template <class B>
+struct Segment {
+    B index, t, one_minus_t;
+    explicit Segment(B h) {
+        static constexpr float kStart[8] = {0, 30, 60, 120, 180, 240, 270, 300};
+        static constexpr float kPerWidth[8] = {1.0f / 30, 1.0f / 30, 1.0f / 60, 1.0f / 60, 1.0f / 60, 1.0f / 30, 1.0f / 30, 1.0f / 60};
+        index = B(0.0f);
+        for (int k = 1; k < 8; ++k) index = index + xsimd::select(h >= B(kCentre[k]), B(1.0f), B(0.0f));
+        t = (h - Pick8<B>::Pick(kStart, index)) * Pick8<B>::Pick(kPerWidth, index);
+        one_minus_t = B(1.0f) - t;
+    }
+    // amounts: the eight bands' values, then the same rotated by one (band k + 1 at k).
+    B Sum(const float (&amounts)[16]) const {
+        return one_minus_t * Pick8<B>::Pick(amounts, index) + t * Pick8<B>::Pick(amounts + 8, index);
+    }
+};
+
+// T[k] + (T[k + 1] - T[k]) (h - k), k = trunc(h), on a per-degree curve of 361 entries.
+template <class B>
+inline B DegreeCurve(B h, const float* curve) {
+    alignas(64) float lane[B::size];
+    h.store_aligned(lane);
+    for (float& v : lane) {
+        const float x = v >= 0.0f && v < 360.0f ? v : 0.0f;  // greys' NaN looks up 0, then is masked
+        const int32_t k = static_cast<int32_t>(x);
+        v = curve[k] + (curve[k + 1] - curve[k]) * (x - static_cast<float>(k));
+    }
+    return B::load_aligned(lane);
+}
+
+// R, G, B of HSV (h in degrees, any value: wrapped to [0, 360)), sector by sector.
+template <class B>
+inline void FromHsv(B h, B s, B v, B& r, B& g, B& b) {
+    // Whole turns off by the float nearest 1/360, sixths of a turn by the float nearest 1/60:
+    // multiplications, not divisions (both land within a rounding step of the true quotients).
+    h = h - B(360.0f) * xsimd::floor(h * B(1.0f / 360.0f));
+    const B sixths = h * B(1.0f / 60.0f);
+    const B sector = xsimd::min(xsimd::floor(sixths), B(5.0f));
+    const B f = sixths - sector, one(1.0f);
+    const B p = v * (one - s), q = v * (one - s * f), t = v * (one - s * (one - f));
+    const B rs[6] = {v, q, p, p, t, v}, gs[6] = {t, v, v, q, p, p}, bs[6] = {p, p, t, v, v, q};
+    r = rs[0], g = gs[0], b = bs[0];
+    for (int i = 1; i < 6; ++i) {
+        const auto in = sector == B(static_cast<float>(i));
+        r = xsimd::select(in, rs[i], r), g = xsimd::select(in, gs[i], g), b = xsimd::select(in, bs[i], b);
+    }
+}
+
+// The edit on planes, in this order: the hue shifted by 30 degrees times the hue amount and R, G,
+// B rebuilt at the same HSV saturation and value; saturation mixed around the shifted pixel's Y;
+// R, G, B times 2^(s x luminance amount), s the original chroma ratio. A zero amount skips its
+// step, lane by lane, so it changes no bit; greys get all amounts 0.
+template <class B, class AmountsAt>
+inline void Edit(B (&v)[4], const AmountsAt& amounts_at) {
+    const B r = v[0], g = v[1], b = v[2], zero(0.0f);
+    const B hi = xsimd::max(xsimd::max(r, g), b), lo = xsimd::min(xsimd::min(r, g), b), d = hi - lo;
+    const auto grey = d == zero || hi <= B(kEpsilon);
+    const B chroma = xsimd::select(grey, zero, d / hi);
+    const B h = Hue(r, g, b, hi, d);
+    const Amounts<B> a = amounts_at(h);
+    const B hue = xsimd::select(grey, zero, a.hue), sat = xsimd::select(grey, zero, a.saturation);
+    const B lum = xsimd::select(grey, zero, a.luminance);
+    B c[3];
+    FromHsv(h + B(30.0f) * hue, chroma, hi, c[0], c[1], c[2]);
+    const auto turn = hue != zero;
+    for (int i = 0; i < 3; ++i) c[i] = xsimd::select(turn, c[i], v[i]);
+    const B y = color::LumaProPhoto(c[0], c[1], c[2]);
+    const B gain = XMVectorExp2(chroma * lum);
+    for (int i = 0; i < 3; ++i) v[i] = xsimd::select(sat != zero, y + (c[i] - y) * (B(1.0f) + sat), c[i]) * gain;
+}
+
+// The bands as lookup tables: each sum's eight amounts and the same rotated by one.
+struct Bands {
+    float table[3][16];
+    explicit Bands(const float* bands) {
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 8; ++k) table[j][k] = bands[8 * j + k], table[j][8 + k] = bands[8 * j + (k + 1) % 8];
+    }
+    template <class B>
+    Amounts<B> operator()(B h) const {
+        const Segment<B> segment(h);
+        return {segment.Sum(table[0]), segment.Sum(table[1]), segment.Sum(table[2])};
+    }
+};
+
+struct Curves {
+    const float* curves;  // three per-degree curves of 361 entries
+    template <class B>
+    Amounts<B> operator()(B h) const {
+        return {DegreeCurve(h, curves), DegreeCurve(h, curves + 361), DegreeCurve(h, curves + 722)};
+    }
+};
+
+// The edit in place on four-float pixels, B::size at a time.
+template <class B, class AmountsAt>
+void Rows(float* image, int32_t step, int32_t width, int32_t height, const AmountsAt& at) {
+    color::PlaneRows<B, color::Rgba128, color::Rgba128>(image, step, image, step, width, height,
+                                                         [&](B(&v)[4]) { Edit(v, at); });
+}
+
+// The wider bodies, run only when the processor has the level.
+void BandRowsAvx2(float* image, int32_t step, int32_t width, int32_t height, const Bands& bands);
+void BandRowsAvx512(float* image, int32_t step, int32_t width, int32_t height, const Bands& bands);
+void CurveRowsAvx2(float* image, int32_t step, int32_t width, int32_t height, const Curves& curves);
+void CurveRowsAvx512(float* image, int32_t step, int32_t width, int32_t height, const Curves& curves);
+
+}  // namespace velmora::adjust::hsl

@@ -133,6 +133,20 @@ inline B LumaProPhoto(B r, B g, B b) {
     return (r * B(0.28804f) + g * B(0.711874f)) + b * B(0.000086f);
 }
 
+// The curve kernels' lookup, lane by lane in single precision: p = clamp(t, 0, 1) x n (NaN at 0),
+// k = trunc(p), T[k] + (T[k + 1] - T[k]) (p - k).
+template <class B>
+inline B CurveLookup(B t, const float* table, float n) {
+    alignas(64) float lane[B::size];
+    t.store_aligned(lane);
+    for (float& v : lane) {
+        const float p = (v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f) * n;
+        const int32_t k = static_cast<int32_t>(p);
+        v = table[k] + (table[k + 1] - table[k]) * (p - static_cast<float>(k));
+    }
+    return B::load_aligned(lane);
+}
+
 // ---- Row walks ------------------------------------------------------------------------------
 
 // Runs fn(planes) on every pixel of width x height, B::size pixels at a time (the layout loads and

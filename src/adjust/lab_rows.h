@@ -68,20 +68,6 @@ inline void LabToSrgb(B (&v)[4]) {
     for (int i = 0; i < 3; ++i) v[i] = pixel::srgb::EncodeByFormula(RowOf(kXyzToSrgb + 3 * i, x, y, z));
 }
 
-// T[k] + (T[k + 1] - T[k]) (p - k) at p = clamp(t, 0, 1) x n, k = trunc(p), lane by lane in
-// single precision (NaN takes position 0), as the float curve kernels do it.
-template <class B>
-inline B CurveLookup(B t, const float* table, float n) {
-    alignas(64) float lane[B::size];
-    t.store_aligned(lane);
-    for (float& v : lane) {
-        const float p = (v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f) * n;
-        const int32_t k = static_cast<int32_t>(p);
-        v = table[k] + (table[k + 1] - table[k]) * (p - static_cast<float>(k));
-    }
-    return B::load_aligned(lane);
-}
-
 template <class B>
 void InterleavedRows(Interleaved kind, float* image, int32_t step, int32_t width, int32_t height,
                      const InterleavedArgs& a) {
@@ -119,7 +105,7 @@ void InterleavedRows(Interleaved kind, float* image, int32_t step, int32_t width
         case Interleaved::Loop:
             run([&](B(&v)[4]) {
                 ProPhotoToLab(v);
-                v[0] = CurveLookup(v[0] / B(100.0f), a.curve, a.intervals) * B(100.0f);
+                v[0] = color::CurveLookup(v[0] / B(100.0f), a.curve, a.intervals) * B(100.0f);
                 v[1] = v[1] * B(1.0f + a.chroma);
                 v[2] = v[2] * B(1.0f + a.chroma);
                 LabToProPhoto(v);

@@ -28,17 +28,7 @@ constexpr float kEps = 1.1920929e-07f;
 
 inline Batch4 Luminance(const Planes& v) { return color::LumaProPhoto(v[0], v[1], v[2]); }
 
-// The curve kernels' lookup, lane by lane (NaN takes position 0).
-inline Batch4 Lookup(Batch4 x, const float* table, float n) {
-    alignas(16) float lane[4];
-    x.store_aligned(lane);
-    for (float& v : lane) {
-        const float p = (v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f) * n;
-        const int32_t k = static_cast<int32_t>(p);
-        v = table[k] + (table[k + 1] - table[k]) * (p - static_cast<float>(k));
-    }
-    return Batch4::load_aligned(lane);
-}
+inline Batch4 Lookup(Batch4 x, const float* table, float n) { return color::CurveLookup(x, table, n); }
 
 // R, G, B through one table: the master curve.
 struct Master {

@@ -22,12 +22,6 @@ struct PassArgs {
     float saturation = 0.0f, lightness = 0.0f;
 };
 
-// ((m[0] a + m[1] b) + m[2] c): one matrix row over three planes.
-template <class B>
-inline B Row3(B a, B b, B c, const float* m) {
-    return (a * B(m[0]) + b * B(m[1])) + c * B(m[2]);
-}
-
 template <class B>
 inline B Luma601(const B (&v)[4]) {
     return (v[0] * B(0.299f) + v[1] * B(0.587f)) + v[2] * B(0.114f);
@@ -71,10 +65,10 @@ inline void Apply(Pass pass, B (&v)[4], const PassArgs& a) {
         case Pass::HueSaturation: {
             // Turned about the grey axis and put back at the old Y by the gain rule; then the
             // saturation mix with that Y and the lightness pull. Zero amounts skip their step.
-            const B y = LumaProPhoto(r, g, b), eps(1.1920929e-07f);
+            const B y = LumaProPhoto(r, g, b);
             if (a.turn) {
                 for (int i = 0; i < 3; ++i) v[i] = Row3(r, g, b, a.matrix + 3 * i);
-                const B gain = (y + eps) / (LumaProPhoto(v[0], v[1], v[2]) + eps);
+                const B gain = Gain(y, LumaProPhoto(v[0], v[1], v[2]));
                 for (int i = 0; i < 3; ++i) v[i] = v[i] * gain;
             }
             for (int i = 0; i < 3; ++i) {

@@ -133,6 +133,21 @@ inline B LumaProPhoto(B r, B g, B b) {
     return (r * B(0.28804f) + g * B(0.711874f)) + b * B(0.000086f);
 }
 
+// ((m[0] a + m[1] b) + m[2] c): one matrix row over three planes, the matrix taken at run time.
+template <class B>
+inline B Row3(B a, B b, B c, const float* m) {
+    return (a * B(m[0]) + b * B(m[1])) + c * B(m[2]);
+}
+
+// The gain rule's factor (to + eps) / (from + eps): a pixel multiplied by it moves from luminance
+// `from` to `to` keeping its hue and saturation ratios; eps keeps black finite. A colour whose
+// luminance is at most eps also counts as having no hue.
+inline constexpr float kGainEpsilon = 1.1920929e-07f;
+template <class B>
+inline B Gain(B to, B from) {
+    return (to + B(kGainEpsilon)) / (from + B(kGainEpsilon));
+}
+
 // The curve kernels' lookup, lane by lane in single precision: p = clamp(t, 0, 1) x n (NaN at 0),
 // k = trunc(p), T[k] + (T[k + 1] - T[k]) (p - k).
 template <class B>

@@ -22,8 +22,6 @@ namespace {
 using color::Planes;
 namespace srgb = pixel::srgb;
 
-constexpr float kGrey = 1.1920929e-07f;
-
 struct Tint {
     float k[3];
 };
@@ -31,7 +29,7 @@ struct Tint {
 // C / Y(C), or (1, 1, 1) for a colour too dark to have a chromaticity.
 Tint TintOf(const float* c) {
     const float y = color::LumaProPhoto(c[0], c[1], c[2]);
-    if (!(y > kGrey)) return {{1.0f, 1.0f, 1.0f}};
+    if (!(y > color::kGainEpsilon)) return {{1.0f, 1.0f, 1.0f}};
     return {{c[0] / y, c[1] / y, c[2] / y}};
 }
 

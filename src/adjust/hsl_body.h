@@ -18,13 +18,14 @@ namespace velmora::adjust::hsl {
 
 // Band centres in degrees (red, orange, yellow, green, aqua, blue, purple, magenta), red again at 360.
 inline constexpr float kCentre[9] = {0, 30, 60, 120, 180, 240, 270, 300, 360};
-inline constexpr float kEpsilon = 1.1920929e-07f;
 
-// Eight floats picked per lane by a segment index 0..7 held as floats: by comparisons here; the
-// wider levels specialise it with a permute.
+// Eight floats picked per lane by a segment index 0..7: by comparisons here, on the index held as
+// floats; the wider levels specialise it with a permute on the index converted to integers once.
 template <class B>
 struct Pick8 {
-    static B Pick(const float* table, B index) {
+    using Index = B;
+    static Index Prepare(B index) { return index; }
+    static B Pick(const float* table, Index index) {
         B out(table[0]);
         for (int k = 1; k < 8; ++k) out = xsimd::select(index == B(static_cast<float>(k)), B(table[k]), out);
         return out;
@@ -34,17 +35,21 @@ struct Pick8 {
 #if defined(__AVX2__)
 template <>
 struct Pick8<xsimd::batch<float, xsimd::avx2>> {
-    static xsimd::batch<float, xsimd::avx2> Pick(const float* table, xsimd::batch<float, xsimd::avx2> index) {
-        return _mm256_permutevar8x32_ps(_mm256_loadu_ps(table), _mm256_cvttps_epi32(index));
+    using Index = __m256i;
+    static Index Prepare(xsimd::batch<float, xsimd::avx2> index) { return _mm256_cvttps_epi32(index); }
+    static xsimd::batch<float, xsimd::avx2> Pick(const float* table, Index index) {
+        return _mm256_permutevar8x32_ps(_mm256_loadu_ps(table), index);
     }
 };
 #endif
 #if defined(__AVX512F__)
 template <>
 struct Pick8<xsimd::batch<float, xsimd::avx512f>> {
-    static xsimd::batch<float, xsimd::avx512f> Pick(const float* table, xsimd::batch<float, xsimd::avx512f> index) {
+    using Index = __m512i;
+    static Index Prepare(xsimd::batch<float, xsimd::avx512f> index) { return _mm512_cvttps_epi32(index); }
+    static xsimd::batch<float, xsimd::avx512f> Pick(const float* table, Index index) {
         const __m512 entries = _mm512_castps256_ps512(_mm256_loadu_ps(table));  // lanes 8..15 never picked
-        return _mm512_permutexvar_ps(_mm512_cvttps_epi32(index), entries);
+        return _mm512_permutexvar_ps(index, entries);
     }
 };
 #endif
@@ -70,15 +75,19 @@ inline B Hue(B r, B g, B b, B hi, B d) {
 
 // Tent weights between neighbouring centres: in segment k (centre k <= h < centre k + 1),
 // t = (h - c_k) x (the float nearest 1 / (c_k+1 - c_k)), band k weighs 1 - t and band k + 1
-// (mod 8) t. The segment's centre, width and both neighbours' amounts are looked up per lane. Lanes in no segment (a grey's NaN hue) take segment 0 and are masked by the caller.
+// (mod 8) t. The segment's centre, width and both neighbours' amounts are looked up per lane.
+// Lanes in no segment (a grey's NaN hue) take segment 0 and are masked by the caller.
 template <class B>
 struct Segment {
-    B index, t, one_minus_t;
+    typename Pick8<B>::Index index;
+    B t, one_minus_t;
     explicit Segment(B h) {
         static constexpr float kStart[8] = {0, 30, 60, 120, 180, 240, 270, 300};
-        static constexpr float kPerWidth[8] = {1.0f / 30, 1.0f / 30, 1.0f / 60, 1.0f / 60, 1.0f / 60, 1.0f / 30, 1.0f / 30, 1.0f / 60};
-        index = B(0.0f);
-        for (int k = 1; k < 8; ++k) index = index + xsimd::select(h >= B(kCentre[k]), B(1.0f), B(0.0f));
+        static constexpr float kPerWidth[8] = {1.0f / 30, 1.0f / 30, 1.0f / 60, 1.0f / 60,
+                                               1.0f / 60, 1.0f / 30, 1.0f / 30, 1.0f / 60};
+        B segment(0.0f);
+        for (int k = 1; k < 8; ++k) segment = segment + xsimd::select(h >= B(kCentre[k]), B(1.0f), B(0.0f));
+        index = Pick8<B>::Prepare(segment);
         t = (h - Pick8<B>::Pick(kStart, index)) * Pick8<B>::Pick(kPerWidth, index);
         one_minus_t = B(1.0f) - t;
     }
@@ -127,7 +136,7 @@ template <class B, class AmountsAt>
 inline void Edit(B (&v)[4], const AmountsAt& amounts_at) {
     const B r = v[0], g = v[1], b = v[2], zero(0.0f);
     const B hi = xsimd::max(xsimd::max(r, g), b), lo = xsimd::min(xsimd::min(r, g), b), d = hi - lo;
-    const auto grey = d == zero || hi <= B(kEpsilon);
+    const auto grey = d == zero || hi <= B(color::kGainEpsilon);
     const B chroma = xsimd::select(grey, zero, d / hi);
     const B h = Hue(r, g, b, hi, d);
     const Amounts<B> a = amounts_at(h);

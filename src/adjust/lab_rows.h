@@ -39,12 +39,6 @@ inline constexpr float kXyzToSrgb[9] = {3.1338564f, -1.6168668f, -0.4906148f, -0
                                         0.0334541f, 0.0719452f, -0.2289913f, 1.4052427f};
 inline constexpr float kWhite[3] = {kWhiteX, 1.0f, kWhiteZ};
 
-// ((m[0] a + m[1] b) + m[2] c) with the matrix taken at run time.
-template <class B>
-inline B RowOf(const float* m, B a, B b, B c) {
-    return (a * B(m[0]) + b * B(m[1])) + c * B(m[2]);
-}
-
 // Lab normalised to [0, 1] for curves and integer storage: L* / 100, (a* + 128) / 255,
 // (b* + 128) / 255, and back.
 template <class B>
@@ -65,7 +59,7 @@ template <bool Textbook, class B>
 inline void LabToSrgb(B (&v)[4]) {
     B x, y, z;
     LabToXyz<Textbook>(v[0], v[1], v[2], x, y, z);
-    for (int i = 0; i < 3; ++i) v[i] = pixel::srgb::EncodeByFormula(RowOf(kXyzToSrgb + 3 * i, x, y, z));
+    for (int i = 0; i < 3; ++i) v[i] = pixel::srgb::EncodeByFormula(color::Row3(x, y, z, kXyzToSrgb + 3 * i));
 }
 
 template <class B>
@@ -81,8 +75,8 @@ void InterleavedRows(Interleaved kind, float* image, int32_t step, int32_t width
             run([&](B(&v)[4]) {
                 namespace srgb = pixel::srgb;
                 const B r = srgb::DecodeByFormula(v[0]), g = srgb::DecodeByFormula(v[1]), b = srgb::DecodeByFormula(v[2]);
-                const B t[3] = {RowOf(a.rgb_to_xyz, r, g, b) / B(a.white[0]), RowOf(a.rgb_to_xyz + 3, r, g, b) / B(a.white[1]),
-                                RowOf(a.rgb_to_xyz + 6, r, g, b) / B(a.white[2])};
+                const B t[3] = {color::Row3(r, g, b, a.rgb_to_xyz) / B(a.white[0]), color::Row3(r, g, b, a.rgb_to_xyz + 3) / B(a.white[1]),
+                                color::Row3(r, g, b, a.rgb_to_xyz + 6) / B(a.white[2])};
                 LabFromRatios(t, v[0], v[1], v[2]);
                 if (a.normalise) Normalise(v);
             });

@@ -24,8 +24,6 @@ namespace {
 using color::Planes;
 namespace srgb = pixel::srgb;
 
-constexpr float kEps = 1.1920929e-07f;
-
 inline Batch4 Luminance(const Planes& v) { return color::LumaProPhoto(v[0], v[1], v[2]); }
 
 inline Batch4 Lookup(Batch4 x, const float* table, float n) { return color::CurveLookup(x, table, n); }
@@ -61,7 +59,7 @@ struct OnLuminance {
     void operator()(Planes& v) const {
         const Batch4 y = Luminance(v);
         const Batch4 target = srgb::Interpolate(decode, Lookup(srgb::Interpolate(encode, y), table, n));
-        const Batch4 gain = (target + Batch4(kEps)) / (y + Batch4(kEps));
+        const Batch4 gain = color::Gain(target, y);
         for (int i = 0; i < 3; ++i) v[i] = v[i] * gain;
     }
 };
@@ -111,7 +109,7 @@ struct Balance {
             v[c] = v[c] * Batch4(XMVectorExp2(stops));
         }
         if (keep_luminance) {
-            const Batch4 gain = (y + Batch4(kEps)) / (Luminance(v) + Batch4(kEps));
+            const Batch4 gain = color::Gain(y, Luminance(v));
             for (int c = 0; c < 3; ++c) v[c] = v[c] * gain;
         }
     }

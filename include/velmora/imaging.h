@@ -35,6 +35,7 @@
 
 #include <stdbool.h>
 #include <stdint.h>
+#include <xmmintrin.h> /* __m128: the patch distances return a four-float vector in a register */
 
 #if defined(_WIN32) && !defined(_WIN64)
 #define VELMORA_CALL __stdcall
@@ -980,6 +981,102 @@ VELMORA_API void VELMORA_CALL ImageRadialGradient_Gray32F_SSE2_X4Y1(float* dst, 
                                                                     const float* centre, const float* radii,
                                                                     float angle, float feather, float shape, bool invert,
                                                                     int32_t selector);
+
+
+/* ---- Retouch: patch-based inpainting -------------------------------------- */
+/* Building blocks for filling a hole from the rest of the picture by patch matching (PatchMatch):
+   the host owns the multi-scale loop, the initial field and the vote that turns matches into
+   pixels (the velmora tool's `heal` command is such a host). Nothing here checks its arguments or
+   returns a status; any alignment. Hole conventions differ by kernel, as stated for each. */
+
+/* One entry of a nearest-neighbour field (NNF), one per pixel of the image being filled: the
+   top-left (x, y) of the matched source patch and that match's patch distance. 12 bytes; rows of
+   entries have their own step in bytes. */
+typedef struct NNFEntry {
+    int32_t x;
+    int32_t y;
+    int32_t distance;
+} NNFEntry;
+
+/* One PatchMatch sweep over the width x height field: a forward pass (rows top to bottom, each left
+   to right) then a backward pass (bottom to top, right to left). For each entry (c, r) it tries, in
+   order: the left (right) neighbour's match moved one column right (left), if that stays inside;
+   the upper (lower) neighbour's match moved one row down (up), likewise; then a random search with
+   R = width, halving (arithmetic shift) while R > 1: x' = x + rand() % 2R - R, then
+   y' = y + rand() % 2R - R around the entry's current match (x first, the same R for both axes),
+   clamped to 0..width-1 and 0..height-1. A candidate replaces the entry (x, y, distance) only when
+   its distance is STRICTLY smaller.
+   Patch distance: always 4 x 4 pixels; per pixel pair and byte d = |a - b|, all four d = 255 where
+   either pixel is 0xFFFFFFFF (the hole marker); distance = sum of dB^2 + 6 dG^2 + 3 dR^2 (alpha
+   weighs 0), in int32.
+   Geometry: the patch of pixel (x, y) starts o = (patchSize - 1) / 2 rows up and o pixels left
+   (each image's own step moves the rows back); patch rows are targetStep bytes apart in BOTH
+   images when patchSize is 4 (the two images must share their row step), otherwise
+   (targetStep / 4 - patchSize) x 4 bytes, measured from the patch row's start (so other patch sizes
+   give skewed 4 x 4 patches, by design). Candidates are clamped to the field, not to whole patches:
+   with patchSize 4 both images are READ from one pixel left and above to two pixels right and
+   below the width x height region: give them that border (ImageSetBorder_Bgra32, hole markers in
+   the source). The host initialises every entry inside the field with its distance.
+   Threads: each pass is an OpenMP loop over rows (static schedule), joined before the next; a row
+   reads its neighbour row as it stands, so results vary with the thread count. Random numbers come
+   from the calling thread's generator: rand() on Windows, whose C runtime keeps it per thread;
+   elsewhere the library's own per-thread generator with the same recurrence and range, starting at
+   seed 1 (the process-wide, locked rand() there would serialise the threads). Never seeded here. */
+VELMORA_API void VELMORA_CALL ImageMinimize_Bgra32(const uint8_t* target, int32_t targetStep, const uint8_t* source,
+                                                   int32_t sourceStep, NNFEntry* nnf, int32_t nnfStep,
+                                                   const ImageSize* size, int32_t patchSize);
+/* Leaves the field as the host set it: walks width x height positions drawing that thread's random
+   number (as ImageMinimize_Bgra32 draws it) twice at each, and writes nothing. Only size is read.
+   Returns the rows walked: height, or 0 when height < 1. */
+VELMORA_API int32_t VELMORA_CALL ImageNNFRandomize_Bgra32_SSE2(const uint8_t* target, int32_t targetStep,
+                                                                const uint8_t* source, int32_t sourceStep,
+                                                                NNFEntry* nnf, int32_t nnfStep, int32_t unused7,
+                                                                int32_t unused8, const ImageSize* size,
+                                                                int32_t unused10);
+/* Float RGBA patch distances, returned in a four-float vector register (alpha never counts in the
+   first two). Sum of (aR-bR)^2 + (aG-bG)^2 + (aB-bB)^2 over the width x height blocks at a and b
+   (one shared step in bytes), divided by 3 x width x height; every lane holds the value. */
+VELMORA_API __m128 VELMORA_CALL DistancePatch_Rgba128F_SSE2(const float* a, const float* b, int32_t step,
+                                                            int32_t width, int32_t height);
+/* The same sum over the square -radius..radius around the centres a and b (rows stride PIXELS
+   apart), divided by 3 x radius^2, NOT by the pixel count (2 radius + 1)^2; radius 0 divides by
+   zero. Every lane holds the value. */
+VELMORA_API __m128 VELMORA_CALL DistancePatch2_Rgba128F_SSE2(const float* a, const float* b, int32_t radius,
+                                                             int32_t stride);
+/* Per lane, alpha included: the sum of squared differences over the same square / radius^2. */
+VELMORA_API __m128 VELMORA_CALL DistancePatch3_Rgba128F_SSE2(const float* a, const float* b, int32_t radius,
+                                                             int32_t stride);
+/* Hole-aware 2:1 shrink: a source pixel with A != 0 is a hole. Output (i, j) for x = 2j, y = 2i while
+   x < width - 1 and y < height - 1: floor(width / 2) x floor(height / 2) pixels. Taps: rows y-2..y+1,
+   columns x-2..x+1 (centred half a pixel up and left), weights (1 3 3 1) x (1 3 3 1); taps before
+   row or column 0 are skipped, and a tap in or past the LAST row (column) ends the window (that
+   row's) scan, so the last row and column are never read. n = taps visited, h = hole taps; if no
+   known tap or h > 0.75 n: the marker 0xFF00FF00 (B 0, G 255, R 0, A 255); else B, G, R =
+   trunc(sum(w v) x (1 / sum w) + 0.5) over the known taps (float), A = 0. unused6 is ignored. */
+VELMORA_API void VELMORA_CALL ImageDownscaleMasked4x4_Bgra32(const uint8_t* src, int32_t srcStep,
+                                                             const ImageSize* srcSize, uint8_t* dst, int32_t dstStep,
+                                                             int32_t unused6);
+/* ImageResize_Bgra32 with the same arguments; returns its status. */
+VELMORA_API StatusCode VELMORA_CALL ImageUpscale_Bgra32(const uint8_t* src, int32_t srcStep, const ImageSize* srcSize,
+                                                        uint8_t* dst, int32_t dstStep, const ImageSize* dstSize);
+/* Frames the width x height interior starting at image with value, border pixels deep: border whole
+   rows above and below, each width + 2 border pixels from border pixels left of the interior, and
+   border pixels left and right of every interior row. The interior is untouched; the frame must
+   exist in the caller's buffer. Four-byte pixels. */
+VELMORA_API void VELMORA_CALL ImageSetBorder_Bgra32(uint8_t* image, int32_t step, const ImageSize* size,
+                                                    int32_t border, uint32_t value);
+/* The SAME four-byte-pixel geometry and fill, with value zero-extended to 32 bits (bytes value, 0,
+   0, 0 in each border pixel): not a one-byte-per-pixel fill, by design. */
+VELMORA_API void VELMORA_CALL ImageSetBorder_Gray8(uint8_t* image, int32_t step, const ImageSize* size,
+                                                   int32_t border, uint8_t value);
+/* Builds the Bgra32 and float-mask pyramids of a width x height picture (rows of width x 4 bytes
+   copied, a null source row clearing its level row; mask bytes != 0 become 1.0, else 0.0; levels
+   halve with ImageDownScale_Bgr32 and XMImageDown_Gray32F_SSE2 until both sides are below 2), then
+   releases them: NOTHING is written back, by design; the filling is the host's. Reads the source
+   rows and the width x height mask bytes. unused3, unused6 and unused8 are ignored. */
+VELMORA_API void VELMORA_CALL ImageInpaint_Bgra32_SSE2(const uint8_t* src, int32_t srcStep, const void* unused3,
+                                                       int32_t maskStep, const uint8_t* mask, int32_t unused6,
+                                                       const ImageSize* size, int32_t unused8);
 
 
 /* ---- Resample and statistics ---------------------------------------------- */

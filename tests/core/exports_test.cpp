@@ -19,6 +19,8 @@ struct Arg32<int32_t> : std::integral_constant<int, 4> {};
 template <>
 struct Arg32<uint32_t> : std::integral_constant<int, 4> {};
 template <>
+struct Arg32<uint8_t> : std::integral_constant<int, 4> {};  // promoted to a whole slot
+template <>
 struct Arg32<float> : std::integral_constant<int, 4> {};
 template <>
 struct Arg32<bool> : std::integral_constant<int, 4> {};  // a bool takes a whole 32-bit stack slot

@@ -1,0 +1,139 @@
+// PatchMatch minimisation over a nearest-neighbour field of 4 x 4 patches, and the field
+// "randomiser" the host calls before it. One call of the minimiser is a forward and a backward
+// sweep; each sweep shares its rows among the OpenMP team (static schedule) and joins before the
+// next. Rows race with their neighbour rows by design (a row reads the one above or below as it
+// stands): entries are read and written field by field with relaxed atomics, so a torn entry can
+// mix two matches but each coordinate is always one some thread wrote, hence inside the field.
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/frame.h"
+#include "core/thread_rand.h"
+#include "retouch/patch_distance.h"
+
+namespace velmora::retouch {
+namespace {
+
+int32_t Load(const int32_t& v) { return std::atomic_ref<const int32_t>(v).load(std::memory_order_relaxed); }
+void Store(int32_t& v, int32_t value) { std::atomic_ref<int32_t>(v).store(value, std::memory_order_relaxed); }
+
+struct Match {
+    int32_t x, y, distance;
+};
+
+Match LoadEntry(const NNFEntry& e) { return {Load(e.x), Load(e.y), Load(e.distance)}; }
+
+struct Sweep {
+    const uint8_t* target;  // already moved to the patch origin of pixel (0, 0)
+    int32_t target_step;
+    const uint8_t* source;
+    int32_t source_step;
+    ptrdiff_t advance;  // bytes between patch rows, in both images
+    NNFEntry* nnf;
+    int32_t nnf_step;
+    int32_t width, height;
+
+    NNFEntry* Row(int32_t r) const { return frame::Row(nnf, nnf_step, r); }
+
+    // Tries the source patch at (x, y) for the target patch t, keeping it only if strictly better.
+    void Try(const uint8_t* t, int32_t x, int32_t y, Match& m) const {
+        const uint8_t* s = frame::Row(source, source_step, y) + ptrdiff_t{x} * 4;
+        const int32_t d = PatchDistance4x4(t, s, advance);
+        if (d < m.distance) m = {x, y, d};
+    }
+
+    // Propagation from the neighbour entry already visited in this sweep (dx, dy = the step back
+    // towards it: -1 forward, +1 backward), then the shrinking random search around the match.
+    template <int Dir>
+    void Visit(int32_t c, int32_t r) const {
+        NNFEntry& e = Row(r)[c];
+        const uint8_t* t = frame::Row(target, target_step, r) + ptrdiff_t{c} * 4;
+        Match m = LoadEntry(e);
+        const int32_t before = m.distance;
+        if (Dir > 0) {
+            if (c > 0) {
+                const NNFEntry& l = Row(r)[c - 1];
+                const int32_t xl = Load(l.x);
+                if (xl < width - 1) Try(t, xl + 1, Load(l.y), m);
+            }
+            if (r > 0) {
+                const NNFEntry& u = Row(r - 1)[c];
+                const int32_t yu = Load(u.y);
+                if (yu < height - 1) Try(t, Load(u.x), yu + 1, m);
+            }
+        } else {
+            if (c < width - 1) {
+                const NNFEntry& rt = Row(r)[c + 1];
+                const int32_t xr = Load(rt.x);
+                if (xr > 0) Try(t, xr - 1, Load(rt.y), m);
+            }
+            if (r < height - 1) {
+                const NNFEntry& b = Row(r + 1)[c];
+                const int32_t yb = Load(b.y);
+                if (yb > 0) Try(t, Load(b.x), yb - 1, m);
+            }
+        }
+        for (int32_t radius = width; radius > 1; radius >>= 1) {
+            int32_t x = m.x + ThreadRand() % (2 * radius) - radius;
+            int32_t y = m.y + ThreadRand() % (2 * radius) - radius;
+            x = x < 0 ? 0 : x > width - 1 ? width - 1 : x;
+            y = y < 0 ? 0 : y > height - 1 ? height - 1 : y;
+            Try(t, x, y, m);
+        }
+        if (m.distance != before) {  // every replacement lowers the distance
+            Store(e.x, m.x);
+            Store(e.y, m.y);
+            Store(e.distance, m.distance);
+        }
+    }
+
+    void Forward() const {
+#pragma omp parallel for schedule(static)
+        for (int32_t r = 0; r < height; ++r)
+            for (int32_t c = 0; c < width; ++c) Visit<1>(c, r);
+    }
+    void Backward() const {
+#pragma omp parallel for schedule(static)
+        for (int32_t i = 0; i < height; ++i)
+            for (int32_t c = width - 1; c >= 0; --c) Visit<-1>(c, height - 1 - i);
+    }
+};
+
+}  // namespace
+}  // namespace velmora::retouch
+
+extern "C" {
+
+VELMORA_API void VELMORA_CALL ImageMinimize_Bgra32(const uint8_t* target, int32_t targetStep, const uint8_t* source,
+                                                   int32_t sourceStep, NNFEntry* nnf, int32_t nnfStep,
+                                                   const ImageSize* size, int32_t patchSize) {
+    using velmora::frame::Row;
+    const int32_t o = (patchSize - 1) / 2;
+    const velmora::retouch::Sweep sweep{
+        Row(target, targetStep, -o) - ptrdiff_t{o} * 4,
+        targetStep,
+        Row(source, sourceStep, -o) - ptrdiff_t{o} * 4,
+        sourceStep,
+        patchSize == 4 ? ptrdiff_t{targetStep} : ptrdiff_t{targetStep / 4 - patchSize} * 4,
+        nnf,
+        nnfStep,
+        size->width,
+        size->height};
+    sweep.Forward();
+    sweep.Backward();
+}
+
+VELMORA_API int32_t VELMORA_CALL ImageNNFRandomize_Bgra32_SSE2(const uint8_t*, int32_t, const uint8_t*, int32_t,
+                                                                NNFEntry*, int32_t, int32_t, int32_t,
+                                                                const ImageSize* size, int32_t) {
+    int32_t rows = 0;
+    for (; rows < size->height; ++rows)
+        for (int32_t x = 0; x < size->width; ++x) {
+            velmora::ThreadRand();
+            velmora::ThreadRand();
+        }
+    return rows;
+}
+
+}  // extern "C"

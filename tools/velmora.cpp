@@ -10,6 +10,7 @@
 #include "cli.h"
 #include "dehaze.h"
 #include "develop.h"
+#include "heal.h"
 #include "image_io.h"
 #include "resize.h"
 #include "road.h"
@@ -119,6 +120,19 @@ int Dehaze(Args& args) {
     return ForEachPicture(args, "dehaze", [&](const Image& in) { return DehazeImage(in, s); });
 }
 
+int Heal(Args& args) {
+    const std::optional<std::string> rect = args.Take("--rect");
+    std::optional<HoleMask> mask;
+    if (!rect) {
+        if (args.positional.size() < 2) throw UsageError("heal needs IN MASK OUT, or IN OUT with --rect x,y,w,h");
+        mask = ReadHoleMask(args.positional[1]);
+        args.positional.erase(args.positional.begin() + 1);
+    }
+    return ForEachPicture(args, "heal", [&](const Image& in) {
+        return HealImage(in, rect ? RectangleHole(*rect, in.width, in.height) : *mask);
+    });
+}
+
 int Resize(Args& args) {
     const std::optional<std::string> size = args.Take("--size");
     if (!size) throw UsageError("resize needs --size WxH (one side 0 keeps the aspect ratio)");
@@ -207,6 +221,15 @@ const Command kCommands[] = {
      "edges by a guided filter, then each pixel recovered as (I - A) / max(t, T) + A (T from 0.01 to\n"
      "1, default 0.1: higher keeps dense haze and noise calmer).\n",
      true, Dehaze},
+    {"heal", "heal IN MASK OUT | heal IN OUT --rect x,y,w,h",
+     "Fills a hole from the rest of the picture (removes an object, a scratch, a sensor spot). MASK is a\n"
+     "picture of the same size whose non-black pixels mark the hole (transparent ones never do);\n"
+     "--rect marks a rectangle instead. The hole and a margin around it are shrunk into a pyramid that\n"
+     "keeps holes apart from picture; from the coarsest level up, every 4 x 4 patch of the area is\n"
+     "matched to a patch of known picture (PatchMatch: propagation and random search), the hole's\n"
+     "pixels become the weighted mean of the patches that cover them, and the matches carry on to\n"
+     "the next level. Pixels outside the hole are kept exactly; alpha is kept.\n",
+     true, Heal},
     {"resize", "resize IN OUT --size WxH",
      "Resizes to W x H pixels (W or H 0: keep the aspect ratio): area averaging when shrinking, the\n"
      "Catmull-Rom cubic when enlarging, alpha resampled like the colours. Written at 8 bits.\n",

@@ -11,5 +11,8 @@ namespace velmora {
 
 // The next draw, 0..RAND_MAX of the Windows runtime (32767).
 int ThreadRand();
+// The next n draws in order, as n calls of ThreadRand() give them (one look-up of the thread's
+// state instead of n).
+void ThreadRandFill(int* out, int n);
 
 }  // namespace velmora

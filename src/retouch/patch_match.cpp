@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <xmmintrin.h>
+
 #include "core/frame.h"
 #include "core/thread_rand.h"
 #include "retouch/patch_distance.h"
@@ -36,6 +38,16 @@ struct Sweep {
 
     NNFEntry* Row(int32_t r) const { return frame::Row(nnf, nnf_step, r); }
 
+    static int32_t Clamp(int32_t v, int32_t n) { return v < 0 ? 0 : v > n - 1 ? n - 1 : v; }
+
+    void Prefetch(int32_t x, int32_t y) const {
+        const char* s = reinterpret_cast<const char*>(frame::Row(source, source_step, y) + ptrdiff_t{x} * 4);
+        for (int r = 0; r < 4; ++r, s += advance) {
+            _mm_prefetch(s, _MM_HINT_T0);
+            _mm_prefetch(s + 15, _MM_HINT_T0);
+        }
+    }
+
     // Tries the source patch at (x, y) for the target patch t, keeping it only if strictly better.
     void Try(const uint8_t* t, int32_t x, int32_t y, Match& m) const {
         const uint8_t* s = frame::Row(source, source_step, y) + ptrdiff_t{x} * 4;
@@ -43,14 +55,26 @@ struct Sweep {
         if (d < m.distance) m = {x, y, d};
     }
 
-    // Propagation from the neighbour entry already visited in this sweep (dx, dy = the step back
-    // towards it: -1 forward, +1 backward), then the shrinking random search around the match.
+    // Propagation from the neighbours this sweep has already visited (Dir 1: left and above;
+    // -1: right and below), then the shrinking random search around the match.
     template <int Dir>
     void Visit(int32_t c, int32_t r) const {
         NNFEntry& e = Row(r)[c];
         const uint8_t* t = frame::Row(target, target_step, r) + ptrdiff_t{c} * 4;
         Match m = LoadEntry(e);
         const int32_t before = m.distance;
+        // The search's draws do not depend on what it finds, so they are drawn first (in the
+        // same order: x then y, radius by radius) and the candidates around the current match
+        // fetched ahead: random candidates miss the cache, and a match rarely moves mid-search.
+        int offsets[2 * 32];
+        int searches = 0;
+        for (int32_t radius = width; radius > 1; radius >>= 1) ++searches;
+        if (searches > 0) ThreadRandFill(offsets, 2 * searches);
+        for (int i = 0, radius = width; i < searches; ++i, radius >>= 1) {
+            offsets[2 * i] = offsets[2 * i] % (2 * radius) - radius;
+            offsets[2 * i + 1] = offsets[2 * i + 1] % (2 * radius) - radius;
+            Prefetch(Clamp(m.x + offsets[2 * i], width), Clamp(m.y + offsets[2 * i + 1], height));
+        }
         if (Dir > 0) {
             if (c > 0) {
                 const NNFEntry& l = Row(r)[c - 1];
@@ -74,11 +98,8 @@ struct Sweep {
                 if (yb > 0) Try(t, Load(b.x), yb - 1, m);
             }
         }
-        for (int32_t radius = width; radius > 1; radius >>= 1) {
-            int32_t x = m.x + ThreadRand() % (2 * radius) - radius;
-            int32_t y = m.y + ThreadRand() % (2 * radius) - radius;
-            x = x < 0 ? 0 : x > width - 1 ? width - 1 : x;
-            y = y < 0 ? 0 : y > height - 1 ? height - 1 : y;
+        for (int i = 0; i < searches; ++i) {
+            const int32_t x = Clamp(m.x + offsets[2 * i], width), y = Clamp(m.y + offsets[2 * i + 1], height);
             Try(t, x, y, m);
         }
         if (m.distance != before) {  // every replacement lowers the distance

@@ -304,7 +304,7 @@ TEST(InpaintDriver, BuildsItsPyramidsFromTheRegionAndWritesNothing) {
         const int w = i < 5 ? fixed[i][0] : Pick(rng, 1, 120), h = i < 5 ? fixed[i][1] : Pick(rng, 1, 90);
         const int cw = std::max(w, 1);
         GuardedPlane src(int64_t{cw} * 4, h, cw * 4 + 4 * Pick(rng, 0, 2), vt::Placement::End, 1);
-        GuardedPlane mask(cw, h, cw + Pick(rng, 0, 5), vt::Placement::Start, 1);
+        GuardedPlane mask(cw, h, cw + Pick(rng, 0, 5), vt::Placement::End, 1);
         src.FillRandomBytes(rng());
         mask.FillRandomBytes(rng());
         const auto before_src = src.Snapshot(), before_mask = mask.Snapshot();

@@ -142,6 +142,22 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          }
          return out;
      }},
+    {"inpaint-blocks", [](uint32_t s) {
+         // The deterministic building blocks (the minimiser's draws are per thread by design).
+         Input in(s);
+         Bytes src = in.Codes(size_t(in.w + 4) * (in.h + 4) * 4), dst(size_t(in.w / 2 + 1) * (in.h / 2 + 1) * 4);
+         const ImageSize roi{in.w, in.h};
+         ImageDownscaleMasked4x4_Bgra32(src.data(), (in.w + 4) * 4, &roi, dst.data(), (in.w / 2 + 1) * 4, 0);
+         ImageSetBorder_Bgra32(src.data() + (in.w + 4) * 8 + 8, (in.w + 4) * 4, &roi, 2, 0xFFFFFFFFu);
+         ImageInpaint_Bgra32_SSE2(src.data(), (in.w + 4) * 4, nullptr, in.w, dst.data(), 0, &roi, 0);
+         const std::vector<float> a = in.Floats(9 * 4), b = in.Floats(9 * 4);
+         std::vector<float> d(4);
+         _mm_storeu_ps(d.data(), DistancePatch3_Rgba128F_SSE2(&a[16], &b[16], 1, 3));
+         Bytes out = AsBytes(d);
+         out.insert(out.end(), src.begin(), src.end());
+         out.insert(out.end(), dst.begin(), dst.end());
+         return out;
+     }},
     {"resize+local-laplacian", [](uint32_t s) {
          Input in(s);
          Bytes src = in.Codes(size_t(in.h) * 256), dst(size_t(in.h) * 512);

@@ -212,6 +212,28 @@ soft, sharp = jumps(decode_png("detail-0.8.png")[3]), jumps(decode_png("detail0.
 if decode_png("detail0.8.png")[:2] != (W, H) or not soft < jumps(grey_checker) < sharp or max(decode_png("detail0.8.png")[3][3]) > 40:
     failures.append(f"--detail: smoothing left {soft}, raising {sharp} of the checkerboard's steps")
 
+# Heal: a hole in a striped picture (marked by a rectangle, or by a mask file) is filled with
+# stripes in step with the rest, and nothing outside it changes; bad masks are refused.
+stripes = [bytes(v for x in range(64) for v in ((40, 200, 90) if x % 6 < 3 else (220, 60, 30))) for y in range(40)]
+open(path("stripes.png"), "wb").write(png(64, 40, 2, stripes))
+open(path("hole.png"), "wb").write(png(64, 40, 0, [bytes(255 if 26 <= x < 36 and 15 <= y < 23 else 0 for x in range(64)) for y in range(40)]))
+run("heal", "stripes.png", "rect-healed.png", "--rect", "26,15,10,8")
+run("heal", "stripes.png", "hole.png", "mask-healed.png")
+for name in ("rect-healed.png", "mask-healed.png"):
+    healed = decode_png(name)[3]
+    outside = all(healed[y][3 * x:3 * x + 3] == stripes[y][3 * x:3 * x + 3] for y in range(40) for x in range(64)
+                  if not (26 <= x < 36 and 15 <= y < 23))
+    err = sum(abs(a - b) for y in range(15, 23) for a, b in zip(healed[y][78:108], stripes[y][78:108])) / 240
+    if not outside or err > 12:
+        failures.append(f"heal {name}: outside kept {outside}, mean error in the hole {err:.1f}")
+open(path("small-mask.png"), "wb").write(png(8, 8, 0, [bytes(8)] * 8))
+open(path("empty-mask.png"), "wb").write(png(64, 40, 0, [bytes(64)] * 40))
+for args in (("small-mask.png", "bad.png"), ("empty-mask.png", "bad.png"), ("bad.png", "--rect", "1,2,3"),
+             ("bad.png", "--rect", "1,2,0,4"), ("missing.png", "bad.png")):
+    run("heal", "stripes.png", *args, ok=False)
+if os.path.exists(path("bad.png")):
+    failures.append("a refused heal left bad.png behind")
+
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
 run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")

@@ -70,6 +70,11 @@ int main(void) {
     PROBE(ImageResize_Bgra32, plane_a, 64, &roi, plane_b, 32, &half);
     PROBE(DarkChannel_8u_C1R, plane_a, 64, plane_b, 64, 0, 0, 8, 8, 2);
     PROBE(ImageRadialGradient_Gray32F_SSE2_X4Y1, fa, 64, region, centre, radii, 0.3f, 0.5f, 0.0f, true, 1);
+    PROBE(ImageMinimize_Bgra32, plane_a + 1024, 64, plane_a + 1024, 64, (NNFEntry*)plane_b, 96, &half, 4);
+    PROBE(ImageNNFRandomize_Bgra32_SSE2, plane_a, 64, plane_a, 64, (NNFEntry*)plane_b, 96, 4, 0, &half, 0);
+    PROBE(DistancePatch2_Rgba128F_SSE2, fa + 1024, fb + 1024, 1, 16);
+    PROBE(ImageSetBorder_Gray8, plane_b + 1024, 64, &half, 2, 7);
+    PROBE(ImageInpaint_Bgra32_SSE2, plane_a, 64, NULL, 8, plane_b, 0, &roi, 0);
 
     FreeLibrary(dll);
     printf("%s\n", failures ? "FAILED" : "all calls balanced");

@@ -135,7 +135,7 @@ void Vote(Canvas& t, const Canvas& src, const Canvas& level, const std::vector<N
         for (int x = 0; x < w; ++x)
             if (IsHole(level.At(x, y))) ds.push_back(nnf[size_t(y) * w + x].distance);
     if (ds.empty()) return;
-    const size_t at = ds.size() * size_t(percentile) / 100;
+    const size_t at = std::min(ds.size() - 1, ds.size() * size_t(percentile) / 100);
     std::nth_element(ds.begin(), ds.begin() + at, ds.end());
     const double s = std::max(1.0, double(ds[at]));
 #pragma omp parallel for schedule(dynamic, 16)

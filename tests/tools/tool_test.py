@@ -220,6 +220,8 @@ open(path("hole.png"), "wb").write(png(64, 40, 0, [bytes(255 if 26 <= x < 36 and
 run("heal", "stripes.png", "rect-healed.png", "--rect", "26,15,10,8")
 run("heal", "stripes.png", "hole.png", "mask-healed.png")
 for name in ("rect-healed.png", "mask-healed.png"):
+    if not os.path.exists(path(name)):
+        continue  # the failed run is already recorded
     healed = decode_png(name)[3]
     outside = all(healed[y][3 * x:3 * x + 3] == stripes[y][3 * x:3 * x + 3] for y in range(40) for x in range(64)
                   if not (26 <= x < 36 and 15 <= y < 23))

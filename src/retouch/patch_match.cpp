@@ -1,128 +1,13 @@
 // PatchMatch minimisation over a nearest-neighbour field of 4 x 4 patches, and the field
 // "randomiser" the host calls before it. One call of the minimiser is a forward and a backward
-// sweep; each sweep shares its rows among the OpenMP team (static schedule) and joins before the
-// next. Rows race with their neighbour rows by design (a row reads the one above or below as it
-// stands): entries are read and written field by field with relaxed atomics, so a torn entry can
-// mix two matches but each coordinate is always one some thread wrote, hence inside the field.
-#include <atomic>
+// sweep (patch_sweep.h), with the AVX2 patch distance where the processor has it.
 #include <cstddef>
 #include <cstdint>
 
-#include <xmmintrin.h>
-
+#include "core/cpu.h"
 #include "core/frame.h"
 #include "core/thread_rand.h"
-#include "retouch/patch_distance.h"
-
-namespace velmora::retouch {
-namespace {
-
-int32_t Load(const int32_t& v) { return std::atomic_ref<const int32_t>(v).load(std::memory_order_relaxed); }
-void Store(int32_t& v, int32_t value) { std::atomic_ref<int32_t>(v).store(value, std::memory_order_relaxed); }
-
-struct Match {
-    int32_t x, y, distance;
-};
-
-Match LoadEntry(const NNFEntry& e) { return {Load(e.x), Load(e.y), Load(e.distance)}; }
-
-struct Sweep {
-    const uint8_t* target;  // already moved to the patch origin of pixel (0, 0)
-    int32_t target_step;
-    const uint8_t* source;
-    int32_t source_step;
-    ptrdiff_t advance;  // bytes between patch rows, in both images
-    NNFEntry* nnf;
-    int32_t nnf_step;
-    int32_t width, height;
-
-    NNFEntry* Row(int32_t r) const { return frame::Row(nnf, nnf_step, r); }
-
-    static int32_t Clamp(int32_t v, int32_t n) { return v < 0 ? 0 : v > n - 1 ? n - 1 : v; }
-
-    void Prefetch(int32_t x, int32_t y) const {
-        const char* s = reinterpret_cast<const char*>(frame::Row(source, source_step, y) + ptrdiff_t{x} * 4);
-        for (int r = 0; r < 4; ++r, s += advance) {
-            _mm_prefetch(s, _MM_HINT_T0);
-            _mm_prefetch(s + 15, _MM_HINT_T0);
-        }
-    }
-
-    // Tries the source patch at (x, y) for the target patch t, keeping it only if strictly better.
-    void Try(const uint8_t* t, int32_t x, int32_t y, Match& m) const {
-        const uint8_t* s = frame::Row(source, source_step, y) + ptrdiff_t{x} * 4;
-        const int32_t d = PatchDistance4x4(t, s, advance);
-        if (d < m.distance) m = {x, y, d};
-    }
-
-    // Propagation from the neighbours this sweep has already visited (Dir 1: left and above;
-    // -1: right and below), then the shrinking random search around the match.
-    template <int Dir>
-    void Visit(int32_t c, int32_t r) const {
-        NNFEntry& e = Row(r)[c];
-        const uint8_t* t = frame::Row(target, target_step, r) + ptrdiff_t{c} * 4;
-        Match m = LoadEntry(e);
-        const int32_t before = m.distance;
-        // The search's draws do not depend on what it finds, so they are drawn first (in the
-        // same order: x then y, radius by radius) and the candidates around the current match
-        // fetched ahead: random candidates miss the cache, and a match rarely moves mid-search.
-        int offsets[2 * 32];
-        int searches = 0;
-        for (int32_t radius = width; radius > 1; radius >>= 1) ++searches;
-        if (searches > 0) ThreadRandFill(offsets, 2 * searches);
-        for (int i = 0, radius = width; i < searches; ++i, radius >>= 1) {
-            offsets[2 * i] = offsets[2 * i] % (2 * radius) - radius;
-            offsets[2 * i + 1] = offsets[2 * i + 1] % (2 * radius) - radius;
-            Prefetch(Clamp(m.x + offsets[2 * i], width), Clamp(m.y + offsets[2 * i + 1], height));
-        }
-        if (Dir > 0) {
-            if (c > 0) {
-                const NNFEntry& l = Row(r)[c - 1];
-                const int32_t xl = Load(l.x);
-                if (xl < width - 1) Try(t, xl + 1, Load(l.y), m);
-            }
-            if (r > 0) {
-                const NNFEntry& u = Row(r - 1)[c];
-                const int32_t yu = Load(u.y);
-                if (yu < height - 1) Try(t, Load(u.x), yu + 1, m);
-            }
-        } else {
-            if (c < width - 1) {
-                const NNFEntry& rt = Row(r)[c + 1];
-                const int32_t xr = Load(rt.x);
-                if (xr > 0) Try(t, xr - 1, Load(rt.y), m);
-            }
-            if (r < height - 1) {
-                const NNFEntry& b = Row(r + 1)[c];
-                const int32_t yb = Load(b.y);
-                if (yb > 0) Try(t, Load(b.x), yb - 1, m);
-            }
-        }
-        for (int i = 0; i < searches; ++i) {
-            const int32_t x = Clamp(m.x + offsets[2 * i], width), y = Clamp(m.y + offsets[2 * i + 1], height);
-            Try(t, x, y, m);
-        }
-        if (m.distance != before) {  // every replacement lowers the distance
-            Store(e.x, m.x);
-            Store(e.y, m.y);
-            Store(e.distance, m.distance);
-        }
-    }
-
-    void Forward() const {
-#pragma omp parallel for schedule(static)
-        for (int32_t r = 0; r < height; ++r)
-            for (int32_t c = 0; c < width; ++c) Visit<1>(c, r);
-    }
-    void Backward() const {
-#pragma omp parallel for schedule(static)
-        for (int32_t i = 0; i < height; ++i)
-            for (int32_t c = width - 1; c >= 0; --c) Visit<-1>(c, height - 1 - i);
-    }
-};
-
-}  // namespace
-}  // namespace velmora::retouch
+#include "retouch/patch_sweep.h"
 
 extern "C" {
 
@@ -131,7 +16,7 @@ VELMORA_API void VELMORA_CALL ImageMinimize_Bgra32(const uint8_t* target, int32_
                                                    const ImageSize* size, int32_t patchSize) {
     using velmora::frame::Row;
     const int32_t o = (patchSize - 1) / 2;
-    const velmora::retouch::Sweep sweep{
+    const velmora::retouch::SweepArgs args{
         Row(target, targetStep, -o) - ptrdiff_t{o} * 4,
         targetStep,
         Row(source, sourceStep, -o) - ptrdiff_t{o} * 4,
@@ -141,8 +26,10 @@ VELMORA_API void VELMORA_CALL ImageMinimize_Bgra32(const uint8_t* target, int32_
         nnfStep,
         size->width,
         size->height};
-    sweep.Forward();
-    sweep.Backward();
+    if (velmora::cpu::Has(velmora::cpu::Level::Avx2))
+        velmora::retouch::SweepsAvx2(args);
+    else
+        velmora::retouch::Sweeps<velmora::retouch::Sse2Patch>(args);
 }
 
 VELMORA_API int32_t VELMORA_CALL ImageNNFRandomize_Bgra32_SSE2(const uint8_t*, int32_t, const uint8_t*, int32_t,

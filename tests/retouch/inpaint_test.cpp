@@ -62,7 +62,7 @@ void FillPatchImage(Framed& p, std::mt19937& rng, int markers_percent) {
         }
 }
 
-TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSize) {
+TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSizeAtEveryLevel) {
     std::mt19937 rng(7);
     const int fixed[][2] = {{1, 1}, {1, 6}, {6, 1}, {2, 2}, {3, 7}};
     for (int i = 0; i < vt::Scaled(40) + 5; ++i) {
@@ -84,27 +84,31 @@ TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSize) {
                 field.RowAs<NNFEntry>(y)[x] = e;
                 want.push_back(e);
             }
+        const std::vector<NNFEntry> start = want;
         const auto before_t = target.g.Snapshot(), before_s = source.g.Snapshot(), before_f = field.Snapshot();
         ref::CrtRand rnd;
         for (int call = 0; call < 2; ++call)
             ref::Minimize(target.Origin(), target.Step(), source.Origin(), source.Step(), want.data(), w * 12, w, h, ps,
                           rnd);
-        OnFreshThread([&] {
-            const ImageSize size{w, h};
-            for (int call = 0; call < 2; ++call)
-                ImageMinimize_Bgra32(target.Origin(), target.Step(), source.Origin(), source.Step(),
-                                     field.As<NNFEntry>(), field.step(), &size, ps);
+        vt::ForEachLevel([&] {
+            for (int y = 0; y < h; ++y) std::memcpy(field.Row(y), &start[size_t(y) * w], size_t(w) * 12);
+            OnFreshThread([&] {
+                const ImageSize size{w, h};
+                for (int call = 0; call < 2; ++call)
+                    ImageMinimize_Bgra32(target.Origin(), target.Step(), source.Origin(), source.Step(),
+                                         field.As<NNFEntry>(), field.step(), &size, ps);
+            });
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) {
+                    const NNFEntry got = field.RowAs<NNFEntry>(y)[x], e = want[size_t(y * w + x)];
+                    ASSERT_TRUE(got.x == e.x && got.y == e.y && got.distance == e.distance)
+                        << "entry " << x << "," << y << ": got " << got.x << "," << got.y << " d " << got.distance
+                        << ", want " << e.x << "," << e.y << " d " << e.distance;
+                }
+            EXPECT_TRUE(target.g.Unchanged(before_t));
+            EXPECT_TRUE(source.g.Unchanged(before_s));
+            EXPECT_TRUE(field.OnlyRowsChanged(before_f, int64_t{w} * 12));
         });
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const NNFEntry got = field.RowAs<NNFEntry>(y)[x], e = want[size_t(y * w + x)];
-                ASSERT_TRUE(got.x == e.x && got.y == e.y && got.distance == e.distance)
-                    << "entry " << x << "," << y << ": got " << got.x << "," << got.y << " d " << got.distance
-                    << ", want " << e.x << "," << e.y << " d " << e.distance;
-            }
-        EXPECT_TRUE(target.g.Unchanged(before_t));
-        EXPECT_TRUE(source.g.Unchanged(before_s));
-        EXPECT_TRUE(field.OnlyRowsChanged(before_f, int64_t{w} * 12));
     }
 }
 

@@ -49,16 +49,20 @@ void OnFreshThread(Fn&& fn) {
     }).join();
 }
 
-// Pixels of few levels so that distances tie often, with some hole markers.
+// Pixels of few levels with some hole markers, and a flat band of one colour where many
+// candidates tie: only a strictly smaller distance may replace a match.
 void FillPatchImage(Framed& p, std::mt19937& rng, int markers_percent) {
+    const int flat_from = Pick(rng, -p.l, p.w), flat_to = Pick(rng, flat_from, p.w + p.r);
     for (int y = -p.t; y < p.h + p.b; ++y)
         for (int x = -p.l; x < p.w + p.r; ++x) {
             uint8_t* px = p.At(x, y);
-            if (Pick(rng, 0, 99) < markers_percent) {
+            if (x >= flat_from && x < flat_to) {
+                std::memset(px, 100, 4);
+            } else if (Pick(rng, 0, 99) < markers_percent) {
                 std::memset(px, 255, 4);
-                continue;
+            } else {
+                for (int c = 0; c < 4; ++c) px[c] = uint8_t(Pick(rng, 0, 2) * 100 + Pick(rng, 0, 1));
             }
-            for (int c = 0; c < 4; ++c) px[c] = uint8_t(Pick(rng, 0, 2) * 100 + Pick(rng, 0, 1));
         }
 }
 

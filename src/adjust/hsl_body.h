@@ -12,6 +12,7 @@
 #endif
 
 #include "adjust/color_rows.h"
+#include "adjust/twin.h"
 #include "core/xmmath.h"
 
 namespace velmora::adjust::hsl {
@@ -24,19 +25,39 @@ inline constexpr float kCentre[9] = {0, 30, 60, 120, 180, 240, 270, 300, 360};
 template <class B>
 struct Pick8 {
     using Index = B;
-    static Index Prepare(B index) { return index; }
+    // The band segment of each lane's hue (centre k <= h < centre k + 1), 0 for NaN.
+    static Index SegmentOf(B h) {
+        B segment(0.0f);
+        for (int k = 1; k < 8; ++k) segment = segment + Select(h >= B(kCentre[k]), B(1.0f), B(0.0f));
+        return segment;
+    }
     static B Pick(const float* table, Index index) {
         B out(table[0]);
-        for (int k = 1; k < 8; ++k) out = xsimd::select(index == B(static_cast<float>(k)), B(table[k]), out);
+        for (int k = 1; k < 8; ++k) out = Select(index == B(static_cast<float>(k)), B(table[k]), out);
         return out;
     }
 };
+
+// The wide forms find the segment from thirty-degree steps (every centre is a multiple of 30):
+// step q = trunc(h x the float nearest 1/30) names the segment through kStepSegment; just below a
+// multiple of 30 the product can round up to the next step, and where that crosses into the next
+// segment the hue lies below that segment's start, which takes it back. NaN converts to the
+// integer indefinite, whose low bits pick step 0: segment 0, as the comparisons give.
+inline constexpr int32_t kStepSegment[16] = {0, 1, 2, 2, 3, 3, 4, 4, 5, 6, 7, 7, 7, 7, 7, 7};
+inline constexpr float kSegmentStart[16] = {0, 30, 60, 120, 180, 240, 270, 300, 0, 0, 0, 0, 0, 0, 0, 0};
 
 #if defined(__AVX2__)
 template <>
 struct Pick8<xsimd::batch<float, xsimd::avx2>> {
     using Index = __m256i;
-    static Index Prepare(xsimd::batch<float, xsimd::avx2> index) { return _mm256_cvttps_epi32(index); }
+    static Index SegmentOf(xsimd::batch<float, xsimd::avx2> h) {
+        const __m256i q = _mm256_cvttps_epi32(_mm256_mul_ps(h, _mm256_set1_ps(1.0f / 30)));
+        const __m256i low = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(kStepSegment)), q);
+        const __m256i high = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(kStepSegment + 8)), q);
+        const __m256i segment = _mm256_blendv_epi8(low, high, _mm256_cmpgt_epi32(q, _mm256_set1_epi32(7)));
+        const __m256 below = _mm256_cmp_ps(h, _mm256_permutevar8x32_ps(_mm256_loadu_ps(kSegmentStart), segment), _CMP_LT_OQ);
+        return _mm256_add_epi32(segment, _mm256_castps_si256(below));  // below is -1 where true
+    }
     static xsimd::batch<float, xsimd::avx2> Pick(const float* table, Index index) {
         return _mm256_permutevar8x32_ps(_mm256_loadu_ps(table), index);
     }
@@ -46,13 +67,31 @@ struct Pick8<xsimd::batch<float, xsimd::avx2>> {
 template <>
 struct Pick8<xsimd::batch<float, xsimd::avx512f>> {
     using Index = __m512i;
-    static Index Prepare(xsimd::batch<float, xsimd::avx512f> index) { return _mm512_cvttps_epi32(index); }
+    static Index SegmentOf(xsimd::batch<float, xsimd::avx512f> h) {
+        const __m512i q = _mm512_cvttps_epi32(_mm512_mul_ps(h, _mm512_set1_ps(1.0f / 30)));
+        const __m512i segment = _mm512_permutexvar_epi32(q, _mm512_loadu_si512(kStepSegment));
+        const __mmask16 below =
+            _mm512_cmp_ps_mask(h, _mm512_permutexvar_ps(segment, _mm512_loadu_ps(kSegmentStart)), _CMP_LT_OQ);
+        return _mm512_mask_sub_epi32(segment, below, segment, _mm512_set1_epi32(1));
+    }
     static xsimd::batch<float, xsimd::avx512f> Pick(const float* table, Index index) {
         const __m512 entries = _mm512_castps256_ps512(_mm256_loadu_ps(table));  // lanes 8..15 never picked
         return _mm512_permutexvar_ps(index, entries);
     }
 };
 #endif
+
+// Twins pick half by half.
+template <class B>
+struct Pick8<Twin<B>> {
+    struct Index {
+        typename Pick8<B>::Index a, b;
+    };
+    static Index SegmentOf(Twin<B> h) { return {Pick8<B>::SegmentOf(h.a), Pick8<B>::SegmentOf(h.b)}; }
+    static Twin<B> Pick(const float* table, Index index) {
+        return {Pick8<B>::Pick(table, index.a), Pick8<B>::Pick(table, index.b)};
+    }
+};
 
 // What moves a pixel: the hue shift in units of 30 degrees, the saturation amount and the
 // luminance amount at its hue (band sums or curves), 0 for a grey.
@@ -67,10 +106,10 @@ inline B Hue(B r, B g, B b, B hi, B d) {
     // 60 (g - b) / d where red is largest, 60 ((b - r) / d + 2) where green is, 60 ((r - g) / d + 4)
     // where blue is: one division, the offset added only where it is not 0.
     const auto red = r == hi, green = g == hi;
-    const B ratio = xsimd::select(red, g - b, xsimd::select(green, b - r, r - g)) / d;
-    const B h = B(60.0f) * xsimd::select(red, ratio, ratio + xsimd::select(green, B(2.0f), B(4.0f)));
-    const B wrapped = xsimd::select(h < B(0.0f), h + B(360.0f), h);
-    return xsimd::select(wrapped >= B(360.0f), wrapped - B(360.0f), wrapped);  // -tiny + 360 rounds to 360
+    const B ratio = Select(red, g - b, Select(green, b - r, r - g)) / d;
+    const B h = B(60.0f) * Select(red, ratio, ratio + Select(green, B(2.0f), B(4.0f)));
+    const B wrapped = Select(h < B(0.0f), h + B(360.0f), h);
+    return Select(wrapped >= B(360.0f), wrapped - B(360.0f), wrapped);  // -tiny + 360 rounds to 360
 }
 
 // Tent weights between neighbouring centres: in segment k (centre k <= h < centre k + 1),
@@ -82,13 +121,10 @@ struct Segment {
     typename Pick8<B>::Index index;
     B t, one_minus_t;
     explicit Segment(B h) {
-        static constexpr float kStart[8] = {0, 30, 60, 120, 180, 240, 270, 300};
         static constexpr float kPerWidth[8] = {1.0f / 30, 1.0f / 30, 1.0f / 60, 1.0f / 60,
                                                1.0f / 60, 1.0f / 30, 1.0f / 30, 1.0f / 60};
-        B segment(0.0f);
-        for (int k = 1; k < 8; ++k) segment = segment + xsimd::select(h >= B(kCentre[k]), B(1.0f), B(0.0f));
-        index = Pick8<B>::Prepare(segment);
-        t = (h - Pick8<B>::Pick(kStart, index)) * Pick8<B>::Pick(kPerWidth, index);
+        index = Pick8<B>::SegmentOf(h);
+        t = (h - Pick8<B>::Pick(kSegmentStart, index)) * Pick8<B>::Pick(kPerWidth, index);
         one_minus_t = B(1.0f) - t;
     }
     // amounts: the eight bands' values, then the same rotated by one (band k + 1 at k).
@@ -110,21 +146,26 @@ inline B DegreeCurve(B h, const float* curve) {
     return B::load_aligned(lane);
 }
 
+template <class B>
+inline Twin<B> DegreeCurve(Twin<B> h, const float* curve) {
+    return {DegreeCurve(h.a, curve), DegreeCurve(h.b, curve)};
+}
+
 // R, G, B of HSV (h in degrees, any value: wrapped to [0, 360)), sector by sector.
 template <class B>
 inline void FromHsv(B h, B s, B v, B& r, B& g, B& b) {
     // Whole turns off by the float nearest 1/360, sixths of a turn by the float nearest 1/60:
     // multiplications, not divisions (both land within a rounding step of the true quotients).
-    h = h - B(360.0f) * xsimd::floor(h * B(1.0f / 360.0f));
+    h = h - B(360.0f) * Floor(h * B(1.0f / 360.0f));
     const B sixths = h * B(1.0f / 60.0f);
-    const B sector = xsimd::min(xsimd::floor(sixths), B(5.0f));
+    const B sector = Min(Floor(sixths), B(5.0f));
     const B f = sixths - sector, one(1.0f);
     const B p = v * (one - s), q = v * (one - s * f), t = v * (one - s * (one - f));
     const B rs[6] = {v, q, p, p, t, v}, gs[6] = {t, v, v, q, p, p}, bs[6] = {p, p, t, v, v, q};
     r = rs[0], g = gs[0], b = bs[0];
     for (int i = 1; i < 6; ++i) {
         const auto in = sector == B(static_cast<float>(i));
-        r = xsimd::select(in, rs[i], r), g = xsimd::select(in, gs[i], g), b = xsimd::select(in, bs[i], b);
+        r = Select(in, rs[i], r), g = Select(in, gs[i], g), b = Select(in, bs[i], b);
     }
 }
 
@@ -135,20 +176,20 @@ inline void FromHsv(B h, B s, B v, B& r, B& g, B& b) {
 template <class B, class AmountsAt>
 inline void Edit(B (&v)[4], const AmountsAt& amounts_at) {
     const B r = v[0], g = v[1], b = v[2], zero(0.0f);
-    const B hi = xsimd::max(xsimd::max(r, g), b), lo = xsimd::min(xsimd::min(r, g), b), d = hi - lo;
+    const B hi = Max(Max(r, g), b), lo = Min(Min(r, g), b), d = hi - lo;
     const auto grey = d == zero || hi <= B(color::kGainEpsilon);
-    const B chroma = xsimd::select(grey, zero, d / hi);
+    const B chroma = Select(grey, zero, d / hi);
     const B h = Hue(r, g, b, hi, d);
     const Amounts<B> a = amounts_at(h);
-    const B hue = xsimd::select(grey, zero, a.hue), sat = xsimd::select(grey, zero, a.saturation);
-    const B lum = xsimd::select(grey, zero, a.luminance);
+    const B hue = Select(grey, zero, a.hue), sat = Select(grey, zero, a.saturation);
+    const B lum = Select(grey, zero, a.luminance);
     B c[3];
     FromHsv(h + B(30.0f) * hue, chroma, hi, c[0], c[1], c[2]);
     const auto turn = hue != zero;
-    for (int i = 0; i < 3; ++i) c[i] = xsimd::select(turn, c[i], v[i]);
+    for (int i = 0; i < 3; ++i) c[i] = Select(turn, c[i], v[i]);
     const B y = color::LumaProPhoto(c[0], c[1], c[2]);
-    const B gain = XMVectorExp2(chroma * lum);
-    for (int i = 0; i < 3; ++i) v[i] = xsimd::select(sat != zero, y + (c[i] - y) * (B(1.0f) + sat), c[i]) * gain;
+    const B gain = Exp2(chroma * lum);
+    for (int i = 0; i < 3; ++i) v[i] = Select(sat != zero, y + (c[i] - y) * (B(1.0f) + sat), c[i]) * gain;
 }
 
 // The bands as lookup tables: each sum's eight amounts and the same rotated by one.
@@ -173,11 +214,29 @@ struct Curves {
     }
 };
 
-// The edit in place on four-float pixels, B::size at a time.
+// The edit in place on four-float pixels: two vectors at a time as a twin (twin.h), the rest of
+// each row one vector at a time.
 template <class B, class AmountsAt>
 void Rows(float* image, int32_t step, int32_t width, int32_t height, const AmountsAt& at) {
-    color::PlaneRows<B, color::Rgba128, color::Rgba128>(image, step, image, step, width, height,
-                                                         [&](B(&v)[4]) { Edit(v, at); });
+    constexpr int32_t kPair = 2 * static_cast<int32_t>(B::size);
+    const int32_t paired = width / kPair * kPair;
+    for (int32_t y = 0; y < height; ++y) {
+        float* row = frame::Row(image, step, y);
+        for (int32_t x = 0; x < paired; x += kPair) {
+            B first[4], second[4];
+            color::Rgba128::Load(row + 4 * x, first);
+            color::Rgba128::Load(row + 4 * (x + kPair / 2), second);
+            Twin<B> v[4];
+            for (int i = 0; i < 4; ++i) v[i] = {first[i], second[i]};
+            Edit(v, at);
+            for (int i = 0; i < 4; ++i) first[i] = v[i].a, second[i] = v[i].b;
+            color::Rgba128::Store(row + 4 * x, first);
+            color::Rgba128::Store(row + 4 * (x + kPair / 2), second);
+        }
+        if (paired < width)
+            color::PlaneRows<B, color::Rgba128, color::Rgba128>(row + 4 * paired, step, row + 4 * paired, step,
+                                                                 width - paired, 1, [&](B(&v)[4]) { Edit(v, at); });
+    }
 }
 
 // The wider bodies, run only when the processor has the level.

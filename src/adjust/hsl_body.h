@@ -108,8 +108,9 @@ inline B Hue(B r, B g, B b, B hi, B d) {
     const auto red = r == hi, green = g == hi;
     const B ratio = Select(red, g - b, Select(green, b - r, r - g)) / d;
     const B h = B(60.0f) * Select(red, ratio, ratio + Select(green, B(2.0f), B(4.0f)));
-    const B wrapped = Select(h < B(0.0f), h + B(360.0f), h);
-    return Select(wrapped >= B(360.0f), wrapped - B(360.0f), wrapped);  // -tiny + 360 rounds to 360
+    // Only red's hue can be negative; -tiny + 360 rounds to 360, which wraps to 0 (as 360 - 360).
+    const B turned = h + B(360.0f);
+    return Select(h < B(0.0f), Select(turned >= B(360.0f), B(0.0f), turned), h);
 }
 
 // Tent weights between neighbouring centres: in segment k (centre k <= h < centre k + 1),
@@ -174,7 +175,7 @@ inline void FromHsv(B h, B s, B v, B& r, B& g, B& b) {
 // R, G, B times 2^(s x luminance amount), s the original chroma ratio. A zero amount skips its
 // step, lane by lane, so it changes no bit; greys get all amounts 0.
 template <class B, class AmountsAt>
-inline void Edit(B (&v)[4], const AmountsAt& amounts_at) {
+[[gnu::always_inline]] inline void Edit(B (&v)[4], const AmountsAt& amounts_at) {
     const B r = v[0], g = v[1], b = v[2], zero(0.0f);
     const B hi = Max(Max(r, g), b), lo = Min(Min(r, g), b), d = hi - lo;
     const auto grey = d == zero || hi <= B(color::kGainEpsilon);

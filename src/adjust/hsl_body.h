@@ -147,6 +147,28 @@ inline B DegreeCurve(B h, const float* curve) {
     return B::load_aligned(lane);
 }
 
+// The wide levels gather T[k] and T[k + 1] for all lanes at once: the same float steps.
+#if defined(__AVX2__)
+inline xsimd::batch<float, xsimd::avx2> DegreeCurve(xsimd::batch<float, xsimd::avx2> h, const float* curve) {
+    using B = xsimd::batch<float, xsimd::avx2>;
+    const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
+    const __m256i k = _mm256_cvttps_epi32(x);
+    const B lo = _mm256_i32gather_ps(curve, k, 4);
+    const B hi = _mm256_i32gather_ps(curve, _mm256_add_epi32(k, _mm256_set1_epi32(1)), 4);
+    return lo + (hi - lo) * (x - B(_mm256_cvtepi32_ps(k)));
+}
+#endif
+#if defined(__AVX512F__)
+inline xsimd::batch<float, xsimd::avx512f> DegreeCurve(xsimd::batch<float, xsimd::avx512f> h, const float* curve) {
+    using B = xsimd::batch<float, xsimd::avx512f>;
+    const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
+    const __m512i k = _mm512_cvttps_epi32(x);
+    const B lo = _mm512_i32gather_ps(k, curve, 4);
+    const B hi = _mm512_i32gather_ps(_mm512_add_epi32(k, _mm512_set1_epi32(1)), curve, 4);
+    return lo + (hi - lo) * (x - B(_mm512_cvtepi32_ps(k)));
+}
+#endif
+
 template <class B>
 inline Twin<B> DegreeCurve(Twin<B> h, const float* curve) {
     return {DegreeCurve(h.a, curve), DegreeCurve(h.b, curve)};

@@ -78,7 +78,7 @@ extern "C" VELMORA_API void VELMORA_CALL Adjust_HSL_Rgba128F_SSE2(float* image, 
 
 extern "C" VELMORA_API void VELMORA_CALL Adjust_HSL_Rgba128F_SSE2_Lut(float* image, int32_t step, const ImageSize* roi,
                                                                       const float* curves) {
-    HslWidest(image, step, roi, adjust::hsl::Curves{curves}, adjust::hsl::CurveRowsAvx512, adjust::hsl::CurveRowsAvx2);
+    HslWidest(image, step, roi, adjust::hsl::Curves(curves), adjust::hsl::CurveRowsAvx512, adjust::hsl::CurveRowsAvx2);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL Adjust_HSL_Bgra32_SSE2(uint8_t* image, int32_t step, const ImageSize* roi,

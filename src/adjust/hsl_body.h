@@ -134,44 +134,54 @@ struct Segment {
     }
 };
 
-// T[k] + (T[k + 1] - T[k]) (h - k), k = trunc(h), on a per-degree curve of 361 entries.
+// T[k] + (T[k + 1] - T[k]) (h - k), k = trunc(h), on a per-degree curve of 361 entries, read from
+// pairs {T[k], T[k + 1] - T[k]} made once per call (the same difference the formula takes), so
+// one 8-byte fetch per lane serves both terms.
 template <class B>
-inline B DegreeCurve(B h, const float* curve) {
+inline B DegreeCurve(B h, const float* pairs) {
     alignas(64) float lane[B::size];
     h.store_aligned(lane);
     for (float& v : lane) {
         const float x = v >= 0.0f && v < 360.0f ? v : 0.0f;  // greys' NaN looks up 0, then is masked
         const int32_t k = static_cast<int32_t>(x);
-        v = curve[k] + (curve[k + 1] - curve[k]) * (x - static_cast<float>(k));
+        v = pairs[2 * k] + pairs[2 * k + 1] * (x - static_cast<float>(k));
     }
     return B::load_aligned(lane);
 }
 
-// The wide levels gather T[k] and T[k + 1] for all lanes at once: the same float steps.
+// The wide levels gather every lane's pair at once (8 bytes a lane) and split the terms apart.
 #if defined(__AVX2__)
-inline xsimd::batch<float, xsimd::avx2> DegreeCurve(xsimd::batch<float, xsimd::avx2> h, const float* curve) {
+inline xsimd::batch<float, xsimd::avx2> DegreeCurve(xsimd::batch<float, xsimd::avx2> h, const float* pairs) {
     using B = xsimd::batch<float, xsimd::avx2>;
     const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
     const __m256i k = _mm256_cvttps_epi32(x);
-    const B lo = _mm256_i32gather_ps(curve, k, 4);
-    const B hi = _mm256_i32gather_ps(curve, _mm256_add_epi32(k, _mm256_set1_epi32(1)), 4);
-    return lo + (hi - lo) * (x - B(_mm256_cvtepi32_ps(k)));
+    const double* base = reinterpret_cast<const double*>(pairs);
+    const __m256 low = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_castsi256_si128(k), 8));
+    const __m256 high = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_extracti128_si256(k, 1), 8));
+    const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), odd = _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7);
+    const B t = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, even), _mm256_permutevar8x32_ps(high, even), 0xF0);
+    const B d = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, odd), _mm256_permutevar8x32_ps(high, odd), 0xF0);
+    return t + d * (x - B(_mm256_cvtepi32_ps(k)));
 }
 #endif
 #if defined(__AVX512F__)
-inline xsimd::batch<float, xsimd::avx512f> DegreeCurve(xsimd::batch<float, xsimd::avx512f> h, const float* curve) {
+inline xsimd::batch<float, xsimd::avx512f> DegreeCurve(xsimd::batch<float, xsimd::avx512f> h, const float* pairs) {
     using B = xsimd::batch<float, xsimd::avx512f>;
     const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
     const __m512i k = _mm512_cvttps_epi32(x);
-    const B lo = _mm512_i32gather_ps(k, curve, 4);
-    const B hi = _mm512_i32gather_ps(_mm512_add_epi32(k, _mm512_set1_epi32(1)), curve, 4);
-    return lo + (hi - lo) * (x - B(_mm512_cvtepi32_ps(k)));
+    const double* base = reinterpret_cast<const double*>(pairs);
+    const __m512 low = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_castsi512_si256(k), base, 8));
+    const __m512 high = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_extracti64x4_epi64(k, 1), base, 8));
+    const __m512i even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    const __m512i odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
+    const B t = _mm512_permutex2var_ps(low, even, high), d = _mm512_permutex2var_ps(low, odd, high);
+    return t + d * (x - B(_mm512_cvtepi32_ps(k)));
 }
 #endif
 
 template <class B>
-inline Twin<B> DegreeCurve(Twin<B> h, const float* curve) {
-    return {DegreeCurve(h.a, curve), DegreeCurve(h.b, curve)};
+inline Twin<B> DegreeCurve(Twin<B> h, const float* pairs) {
+    return {DegreeCurve(h.a, pairs), DegreeCurve(h.b, pairs)};
 }
 
 // R, G, B of HSV (h in degrees, any value: wrapped to [0, 360)), sector by sector.
@@ -229,11 +239,19 @@ struct Bands {
     }
 };
 
+// The three per-degree curves (361 entries each) as lookup pairs.
 struct Curves {
-    const float* curves;  // three per-degree curves of 361 entries
+    alignas(64) float pairs[3][720];
+    explicit Curves(const float* curves) {
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 360; ++k) {
+                const float* c = curves + 361 * j;
+                pairs[j][2 * k] = c[k], pairs[j][2 * k + 1] = c[k + 1] - c[k];
+            }
+    }
     template <class B>
     Amounts<B> operator()(B h) const {
-        return {DegreeCurve(h, curves), DegreeCurve(h, curves + 361), DegreeCurve(h, curves + 722)};
+        return {DegreeCurve(h, pairs[0]), DegreeCurve(h, pairs[1]), DegreeCurve(h, pairs[2])};
     }
 };
 

@@ -136,48 +136,65 @@ struct Segment {
 
 // T[k] + (T[k + 1] - T[k]) (h - k), k = trunc(h), on a per-degree curve of 361 entries, read from
 // pairs {T[k], T[k + 1] - T[k]} made once per call (the same difference the formula takes), so
-// one 8-byte fetch per lane serves both terms.
+// one 8-byte fetch per lane serves both terms. Greys' NaN looks up degree 0, then is masked.
+// Four lanes fetch one by one; the wide levels gather every lane's pair at once and split the
+// terms apart.
 template <class B>
-inline B DegreeCurve(B h, const float* pairs) {
-    alignas(64) float lane[B::size];
-    h.store_aligned(lane);
-    for (float& v : lane) {
-        const float x = v >= 0.0f && v < 360.0f ? v : 0.0f;  // greys' NaN looks up 0, then is masked
-        const int32_t k = static_cast<int32_t>(x);
-        v = pairs[2 * k] + pairs[2 * k + 1] * (x - static_cast<float>(k));
+struct PairGather {
+    using Index = B;  // whole degrees, held as floats
+    static Index Truncate(B x) { return xsimd::trunc(x); }
+    static B ToFloat(Index k) { return k; }
+    static void Fetch(Index k, const double* base, B& t, B& d) {
+        alignas(64) float lane[B::size], first[B::size], second[B::size];
+        k.store_aligned(lane);
+        const float* pairs = reinterpret_cast<const float*>(base);
+        for (size_t i = 0; i < B::size; ++i) {
+            const int32_t at = static_cast<int32_t>(lane[i]);
+            first[i] = pairs[2 * at], second[i] = pairs[2 * at + 1];
+        }
+        t = B::load_aligned(first), d = B::load_aligned(second);
     }
-    return B::load_aligned(lane);
-}
-
-// The wide levels gather every lane's pair at once (8 bytes a lane) and split the terms apart.
+};
 #if defined(__AVX2__)
-inline xsimd::batch<float, xsimd::avx2> DegreeCurve(xsimd::batch<float, xsimd::avx2> h, const float* pairs) {
+template <>
+struct PairGather<xsimd::batch<float, xsimd::avx2>> {
     using B = xsimd::batch<float, xsimd::avx2>;
-    const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
-    const __m256i k = _mm256_cvttps_epi32(x);
-    const double* base = reinterpret_cast<const double*>(pairs);
-    const __m256 low = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_castsi256_si128(k), 8));
-    const __m256 high = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_extracti128_si256(k, 1), 8));
-    const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), odd = _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7);
-    const B t = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, even), _mm256_permutevar8x32_ps(high, even), 0xF0);
-    const B d = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, odd), _mm256_permutevar8x32_ps(high, odd), 0xF0);
-    return t + d * (x - B(_mm256_cvtepi32_ps(k)));
-}
+    using Index = __m256i;
+    static Index Truncate(B x) { return _mm256_cvttps_epi32(x); }
+    static B ToFloat(Index k) { return _mm256_cvtepi32_ps(k); }
+    static void Fetch(Index k, const double* base, B& t, B& d) {
+        const __m256 low = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_castsi256_si128(k), 8));
+        const __m256 high = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_extracti128_si256(k, 1), 8));
+        const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), odd = _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7);
+        t = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, even), _mm256_permutevar8x32_ps(high, even), 0xF0);
+        d = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, odd), _mm256_permutevar8x32_ps(high, odd), 0xF0);
+    }
+};
 #endif
 #if defined(__AVX512F__)
-inline xsimd::batch<float, xsimd::avx512f> DegreeCurve(xsimd::batch<float, xsimd::avx512f> h, const float* pairs) {
+template <>
+struct PairGather<xsimd::batch<float, xsimd::avx512f>> {
     using B = xsimd::batch<float, xsimd::avx512f>;
-    const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
-    const __m512i k = _mm512_cvttps_epi32(x);
-    const double* base = reinterpret_cast<const double*>(pairs);
-    const __m512 low = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_castsi512_si256(k), base, 8));
-    const __m512 high = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_extracti64x4_epi64(k, 1), base, 8));
-    const __m512i even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
-    const __m512i odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
-    const B t = _mm512_permutex2var_ps(low, even, high), d = _mm512_permutex2var_ps(low, odd, high);
-    return t + d * (x - B(_mm512_cvtepi32_ps(k)));
-}
+    using Index = __m512i;
+    static Index Truncate(B x) { return _mm512_cvttps_epi32(x); }
+    static B ToFloat(Index k) { return _mm512_cvtepi32_ps(k); }
+    static void Fetch(Index k, const double* base, B& t, B& d) {
+        const __m512 low = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_castsi512_si256(k), base, 8));
+        const __m512 high = _mm512_castpd_ps(_mm512_i32gather_pd(_mm512_extracti64x4_epi64(k, 1), base, 8));
+        const __m512i even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        t = _mm512_permutex2var_ps(low, even, high);
+        d = _mm512_permutex2var_ps(low, _mm512_add_epi32(even, _mm512_set1_epi32(1)), high);
+    }
+};
 #endif
+template <class B, class G = PairGather<B>>
+inline B DegreeCurve(B h, const float* pairs) {
+    const B x = xsimd::select(h >= B(0.0f) && h < B(360.0f), h, B(0.0f));
+    const typename G::Index k = G::Truncate(x);
+    B t, d;
+    G::Fetch(k, reinterpret_cast<const double*>(pairs), t, d);
+    return t + d * (x - G::ToFloat(k));
+}
 
 template <class B>
 inline Twin<B> DegreeCurve(Twin<B> h, const float* pairs) {

@@ -698,6 +698,7 @@ TEST(Hsl, TwinsAgreeZeroBandsAndGreys) {
     EXPECT_EQ(zero, px);
     std::vector<float> greys(256);
     for (size_t i = 0; i < greys.size(); ++i) greys[i] = i % 4 == 3 ? 0.5f : float(i / 4) / 63;
+    greys[4] = 1.1920929e-07f, greys[5] = 0.0f, greys[6] = 0.6e-07f;  // a colour no brighter than eps counts as grey
     std::vector<float> moved = greys;
     const ImageSize g{64, 1};
     Adjust_HSL_Rgba128F_SSE2(moved.data(), 1024, &g, hsl_bands);

@@ -211,12 +211,13 @@ inline void FromHsv(B h, B s, B v, B& r, B& g, B& b) {
     const B sector = Min(Floor(sixths), B(5.0f));
     const B f = sixths - sector, one(1.0f);
     const B p = v * (one - s), q = v * (one - s * f), t = v * (one - s * (one - f));
-    const B rs[6] = {v, q, p, p, t, v}, gs[6] = {t, v, v, q, p, p}, bs[6] = {p, p, t, v, v, q};
-    r = rs[0], g = gs[0], b = bs[0];
-    for (int i = 1; i < 6; ++i) {
-        const auto in = sector == B(static_cast<float>(i));
-        r = Select(in, rs[i], r), g = Select(in, gs[i], g), b = Select(in, bs[i], b);
-    }
+    // By sector 0..5: R = v q p p t v, G = t v v q p p, B = p p t v v q; each channel changes
+    // value at only a few sector boundaries, taken in rising order.
+    const auto from1 = sector >= B(1.0f), from2 = sector >= B(2.0f), from3 = sector >= B(3.0f);
+    const auto from4 = sector >= B(4.0f), from5 = sector >= B(5.0f);
+    r = Select(from5, v, Select(from4, t, Select(from2, p, Select(from1, q, v))));
+    g = Select(from4, p, Select(from3, q, Select(from1, v, t)));
+    b = Select(from5, q, Select(from3, v, Select(from2, t, p)));
 }
 
 // The edit on planes, in this order: the hue shifted by 30 degrees times the hue amount and R, G,

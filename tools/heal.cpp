@@ -322,11 +322,11 @@ HoleMask ReadHoleMask(const std::string& path) {
     return hole;
 }
 
-HoleMask RectangleHole(const std::string& spec, int width, int height) {
+HoleMask RectangleHole(const std::string& rect, int width, int height) {
     int x = 0, y = 0, w = 0, h = 0;
     char rest = 0;
-    if (std::sscanf(spec.c_str(), "%d,%d,%d,%d%c", &x, &y, &w, &h, &rest) != 4 || w <= 0 || h <= 0)
-        throw UsageError("--rect takes x,y,w,h in whole pixels (w and h above 0), not '" + spec + "'");
+    if (std::sscanf(rect.c_str(), "%d,%d,%d,%d%c", &x, &y, &w, &h, &rest) != 4 || w <= 0 || h <= 0)
+        throw UsageError("--rect takes x,y,w,h in whole pixels (w and h above 0), not '" + rect + "'");
     HoleMask hole{width, height, std::vector<uint8_t>(size_t(width) * height)};
     for (int yy = std::max(y, 0); yy < std::min<int64_t>(int64_t{y} + h, height); ++yy)
         for (int xx = std::max(x, 0); xx < std::min<int64_t>(int64_t{x} + w, width); ++xx)

@@ -20,7 +20,7 @@ struct HoleMask {
 // transparent pixels are never part of it.
 HoleMask ReadHoleMask(const std::string& path);
 // "x,y,w,h" in pixels, clipped to the picture when it is applied.
-HoleMask RectangleHole(const std::string& spec, int width, int height);
+HoleMask RectangleHole(const std::string& rect, int width, int height);
 
 Image HealImage(const Image& in, const HoleMask& hole);
 

@@ -1013,7 +1013,7 @@ typedef struct NNFEntry {
    (each image's own step moves the rows back); patch rows are targetStep bytes apart in BOTH
    images when patchSize is 4 (the two images must share their row step), otherwise
    (targetStep / 4 - patchSize) x 4 bytes, measured from the patch row's start (so other patch sizes
-   give skewed 4 x 4 patches, by design). Candidates are clamped to the field, not to whole patches:
+   give skewed 4 x 4 patches, deliberately). Candidates are clamped to the field, not to whole patches:
    with patchSize 4 both images are READ from one pixel left and above to two pixels right and
    below the width x height region: give them that border (ImageSetBorder_Bgra32, hole markers in
    the source). The host initialises every entry inside the field with its distance.
@@ -1066,13 +1066,13 @@ VELMORA_API StatusCode VELMORA_CALL ImageUpscale_Bgra32(const uint8_t* src, int3
 VELMORA_API void VELMORA_CALL ImageSetBorder_Bgra32(uint8_t* image, int32_t step, const ImageSize* size,
                                                     int32_t border, uint32_t value);
 /* The SAME four-byte-pixel geometry and fill, with value zero-extended to 32 bits (bytes value, 0,
-   0, 0 in each border pixel): not a one-byte-per-pixel fill, by design. */
+   0, 0 in each border pixel): not a one-byte-per-pixel fill, deliberately. */
 VELMORA_API void VELMORA_CALL ImageSetBorder_Gray8(uint8_t* image, int32_t step, const ImageSize* size,
                                                    int32_t border, uint8_t value);
 /* Builds the Bgra32 and float-mask pyramids of a width x height picture (rows of width x 4 bytes
    copied, a null source row clearing its level row; mask bytes != 0 become 1.0, else 0.0; levels
    halve with ImageDownScale_Bgr32 and XMImageDown_Gray32F_SSE2 until both sides are below 2), then
-   releases them: NOTHING is written back, by design; the filling is the host's. Reads the source
+   releases them: NOTHING is written back, deliberately; the filling is the host's. Reads the source
    rows and the width x height mask bytes. unused3, unused6 and unused8 are ignored. */
 VELMORA_API void VELMORA_CALL ImageInpaint_Bgra32_SSE2(const uint8_t* src, int32_t srcStep, const void* unused3,
                                                        int32_t maskStep, const uint8_t* mask, int32_t unused6,

@@ -1,7 +1,7 @@
 // The PatchMatch sweeps, written once over the patch type: patch_match.cpp instantiates them
 // with the SSE2 patch distance, patch_match_avx2.cpp with the AVX2 one (same values). Rows of a
 // sweep are shared among the OpenMP team (static schedule) and race with their neighbour rows by
-// design (a row reads the one above or below as it stands): entries are read and written field by
+// intent (a row reads the one above or below as it stands): entries are read and written field by
 // field with relaxed atomics, so a torn entry can mix two matches but each coordinate is always
 // one some thread wrote, hence inside the field.
 #pragma once

@@ -143,7 +143,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          return out;
      }},
     {"inpaint-blocks", [](uint32_t s) {
-         // The deterministic building blocks (the minimiser's draws are per thread by design).
+         // The deterministic building blocks (the minimiser's draws come from each thread's own generator).
          Input in(s);
          Bytes src = in.Codes(size_t(in.w + 4) * (in.h + 4) * 4), dst(size_t(in.w / 2 + 1) * (in.h / 2 + 1) * 4);
          const ImageSize roi{in.w, in.h};

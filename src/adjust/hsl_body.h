@@ -163,8 +163,12 @@ struct PairGather<xsimd::batch<float, xsimd::avx2>> {
     static Index Truncate(B x) { return _mm256_cvttps_epi32(x); }
     static B ToFloat(Index k) { return _mm256_cvtepi32_ps(k); }
     static void Fetch(Index k, const double* base, B& t, B& d) {
-        const __m256 low = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_castsi256_si128(k), 8));
-        const __m256 high = _mm256_castpd_ps(_mm256_i32gather_pd(base, _mm256_extracti128_si256(k, 1), 8));
+        // The masked form with a zero source: the plain one starts from an undefined vector,
+        // which GCC 12 warns about.
+        const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1)), none = _mm256_setzero_pd();
+        const __m256 low = _mm256_castpd_ps(_mm256_mask_i32gather_pd(none, base, _mm256_castsi256_si128(k), all, 8));
+        const __m256 high =
+            _mm256_castpd_ps(_mm256_mask_i32gather_pd(none, base, _mm256_extracti128_si256(k, 1), all, 8));
         const __m256i even = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), odd = _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7);
         t = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, even), _mm256_permutevar8x32_ps(high, even), 0xF0);
         d = _mm256_blend_ps(_mm256_permutevar8x32_ps(low, odd), _mm256_permutevar8x32_ps(high, odd), 0xF0);

@@ -44,6 +44,11 @@ inline Match LoadEntry(const NNFEntry& e) { return {Load(e.x), Load(e.y), Load(e
 
 template <class Patch>
 struct Sweep : SweepArgs {
+    int searches = 0;  // random tries per entry: the halvings of R = width while R > 1
+
+    explicit Sweep(const SweepArgs& args) : SweepArgs(args) {
+        for (int32_t radius = width; radius > 1; radius >>= 1) ++searches;
+    }
 
     NNFEntry* Row(int32_t r) const { return frame::Row(nnf, nnf_step, r); }
 
@@ -75,8 +80,6 @@ struct Sweep : SweepArgs {
         // same order: x then y, radius by radius) and the candidates around the current match
         // fetched ahead: random candidates miss the cache, and a match rarely moves mid-search.
         int offsets[2 * 32];
-        int searches = 0;
-        for (int32_t radius = width; radius > 1; radius >>= 1) ++searches;
         if (searches > 0) ThreadRandFill(offsets, 2 * searches);
         for (int i = 0, radius = width; i < searches; ++i, radius >>= 1) {
             offsets[2 * i] = offsets[2 * i] % (2 * radius) - radius;
@@ -134,7 +137,7 @@ struct Sweep : SweepArgs {
 // One minimiser call: the forward sweep, joined, then the backward one.
 template <class Patch>
 void Sweeps(const SweepArgs& args) {
-    const Sweep<Patch> s{args};
+    const Sweep<Patch> s(args);
     s.Forward();
     s.Backward();
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "adjust/twin.h"
 #include "core/frame.h"
 #include "core/vec4.h"
 #include "core/xmmath.h"
@@ -195,6 +196,34 @@ void PlaneRows(const typename In::T* src, int32_t src_step, typename Out::T* dst
             batch(in, out);
             std::memcpy(d + Out::kElements * x, out, n * Out::kElements * sizeof(D));
         }
+    }
+}
+
+// The same walk two vectors at a time as one adjust::Twin, for kernels whose per-pixel chain is
+// so long that its latency, not its work, sets the pace: fn takes Twin<B>(&)[4] there and B(&)[4]
+// for the rest of each row.
+template <class B, class In, class Out, class Fn>
+void TwinRows(const typename In::T* src, int32_t src_step, typename Out::T* dst, int32_t dst_step, int32_t width,
+              int32_t height, Fn&& fn) {
+    constexpr int32_t kPixels = static_cast<int32_t>(B::size);
+    const int32_t paired = width / (2 * kPixels) * (2 * kPixels);
+    for (int32_t y = 0; y < height; ++y) {
+        const typename In::T* s = frame::Row(src, src_step, y);
+        typename Out::T* d = frame::Row(dst, dst_step, y);
+        for (int32_t x = 0; x < paired; x += 2 * kPixels) {
+            B first[4], second[4];
+            In::Load(s + In::kElements * x, first);
+            In::Load(s + In::kElements * (x + kPixels), second);
+            adjust::Twin<B> v[4];
+            for (int i = 0; i < 4; ++i) v[i] = {first[i], second[i]};
+            fn(v);
+            for (int i = 0; i < 4; ++i) first[i] = v[i].a, second[i] = v[i].b;
+            Out::Store(d + Out::kElements * x, first);
+            Out::Store(d + Out::kElements * (x + kPixels), second);
+        }
+        if (paired < width)
+            PlaneRows<B, In, Out>(s + In::kElements * paired, src_step, d + Out::kElements * paired, dst_step,
+                                  width - paired, 1, fn);
     }
 }
 

@@ -277,29 +277,11 @@ struct Curves {
     }
 };
 
-// The edit in place on four-float pixels: two vectors at a time as a twin (twin.h), the rest of
-// each row one vector at a time.
+// The edit in place on four-float pixels, two vectors at a time as a twin.
 template <class B, class AmountsAt>
 void Rows(float* image, int32_t step, int32_t width, int32_t height, const AmountsAt& at) {
-    constexpr int32_t kPair = 2 * static_cast<int32_t>(B::size);
-    const int32_t paired = width / kPair * kPair;
-    for (int32_t y = 0; y < height; ++y) {
-        float* row = frame::Row(image, step, y);
-        for (int32_t x = 0; x < paired; x += kPair) {
-            B first[4], second[4];
-            color::Rgba128::Load(row + 4 * x, first);
-            color::Rgba128::Load(row + 4 * (x + kPair / 2), second);
-            Twin<B> v[4];
-            for (int i = 0; i < 4; ++i) v[i] = {first[i], second[i]};
-            Edit(v, at);
-            for (int i = 0; i < 4; ++i) first[i] = v[i].a, second[i] = v[i].b;
-            color::Rgba128::Store(row + 4 * x, first);
-            color::Rgba128::Store(row + 4 * (x + kPair / 2), second);
-        }
-        if (paired < width)
-            color::PlaneRows<B, color::Rgba128, color::Rgba128>(row + 4 * paired, step, row + 4 * paired, step,
-                                                                 width - paired, 1, [&](B(&v)[4]) { Edit(v, at); });
-    }
+    color::TwinRows<B, color::Rgba128, color::Rgba128>(image, step, image, step, width, height,
+                                                        [&](auto& v) { Edit(v, at); });
 }
 
 // The wider bodies, run only when the processor has the level.

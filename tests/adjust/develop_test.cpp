@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "adjust/local_map.h"
-#include "adjust/edge_pixels.h"
 #include "reference/develop.h"
 #include "support/compare.h"
 #include "support/dispatch.h"
@@ -152,6 +151,17 @@ std::string Describe(const Params& a) {
     return o.str();
 }
 
+// The pass at every level against the reference, each level giving the SSE2 body's bits.
+void DevelopsAtEveryLevel(const vt::Shape& s, const Params& a) {
+    vt::SameAsSse2 same;
+    vt::ForEachLevel([&] {
+        Image img(s);
+        ASSERT_EQ(Develop(img, a), StatusOk);
+        ASSERT_TRUE(img.MatchesReference(a));
+        ASSERT_TRUE(same(img.plane));
+    });
+}
+
 const float kBelowFast = std::nextafter(0.0001f, 0.0f);
 const float kBelowMasked = std::nextafter(1e-06f, 0.0f);
 
@@ -187,9 +197,7 @@ TEST(DevelopPass, EveryFlagCombinationMatchesReference) {
             a.black = 0.25f;  // ignored without local maps
             const vt::Shape& s = shapes[next_shape++ % shapes.size()];
             SCOPED_TRACE(vt::Describe(s) + " flags " + std::to_string(flags) + " " + Describe(a));
-            Image img(s);
-            ASSERT_EQ(Develop(img, a), StatusOk);
-            ASSERT_TRUE(img.MatchesReference(a));
+            DevelopsAtEveryLevel(s, a);
         }
 }
 
@@ -225,9 +233,7 @@ TEST(DevelopPass, LocalMapsOnEachAdjustmentMatchReference) {
         const float blacks[] = {0.0f, 0.01f, -0.02f, 0.05f};
         a.black = blacks[rng() % 4];
         SCOPED_TRACE(vt::Describe(s) + " " + Describe(a));
-        Image img(s);
-        ASSERT_EQ(Develop(img, a), StatusOk);
-        ASSERT_TRUE(img.MatchesReference(a));
+        DevelopsAtEveryLevel(s, a);
     }
 }
 
@@ -295,35 +301,6 @@ TEST(DevelopPass, Regression_BasePastWhiteKeepsToneWeightsFinite) {
                 for (int i = 0; i < 4 * n * n; ++i) ASSERT_FALSE(std::isnan(px[i])) << "element " << i;
                 EXPECT_TRUE(img.MatchesReference(a));
             }
-}
-
-// Every level against the SSE2 body, bit for bit, on edge-value pixels: random flags with amounts
-// on and off both thresholds, and half the shapes on the masked pass with maps and black levels.
-TEST(DevelopPass, EveryLevelMatchesSse2) {
-    std::mt19937 rng(731);
-    for (const vt::Shape& s : vt::RandomShapes(732, vt::Scaled(1000), 70, 6)) {
-        Params a;
-        const unsigned flags = rng() % 128;
-        for (int k = 0; k < 7; ++k) a.p[k].amount = (flags >> k) & 1 ? OnAmount(rng, k) : OffAmount(rng);
-        std::vector<std::unique_ptr<vt::LocalMap>> maps;
-        if (rng() % 2) {
-            const int forced = static_cast<int>(rng() % 7);
-            for (int k = 0; k < 7; ++k)
-                if (k == forced || rng() % 3 == 0) {
-                    maps.push_back(RandomMap(s, rng, k == kExp ? 3.0f : 1.0f));
-                    a.p[k].localMap = maps.back()->data();
-                }
-            a.black = std::uniform_real_distribution<float>(-0.01f, 0.2f)(rng);
-        }
-        SCOPED_TRACE(vt::Describe(s) + " " + Describe(a));
-        const ImageSize roi{s.width, s.height};
-        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, vt::RowBytes(s.width, 4, 16), vt::EdgePixels{}, [&](const vt::GuardedPlane& plane) {
-            const auto p = a.ptr();
-            ASSERT_EQ(ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(plane.As<float>(), plane.step(), &roi, p[0], p[1], p[2], p[3],
-                                                            p[4], p[5], p[6], 0, 0, 0, a.black, 0, 0, 0),
-                      StatusOk);
-        }));
-    }
 }
 
 }  // namespace

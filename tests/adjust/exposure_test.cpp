@@ -5,7 +5,6 @@
 #include <random>
 #include <vector>
 
-#include "adjust/edge_pixels.h"
 #include "reference/exposure.h"
 #include "support/compare.h"
 #include "support/dispatch.h"
@@ -103,17 +102,21 @@ TEST_P(SourceToDestination, MatchesReferenceOnRandomShapes) {
         SCOPED_TRACE(vt::Describe(s));
         std::mt19937 rng(s.seed);
         const float amount = Uniform(rng, c.amount_lo, c.amount_hi);
-        const Image src(s, s.pad_src);
-        Image dst(s, s.pad_dst, 16, 99);
-        const auto src_before = src.plane.Snapshot();
-        const auto dst_before = dst.plane.Snapshot();
-        std::vector<float> want = src.Pixels(s);
-        ForEachPixel(s, want, [&](ref::Pixel& p, int, int) { c.reference(p, amount); });
-        const ImageSize roi{s.width, s.height};
-        c.call(src.data(), src.step(), dst.data(), dst.step(), &roi, amount);
-        EXPECT_TRUE(dst.Matches(s, want, c.ulps)) << "amount " << amount;
-        EXPECT_TRUE(dst.plane.OnlyRowsChanged(dst_before, PixelBytes(s)));
-        EXPECT_TRUE(src.plane.Unchanged(src_before));
+        vt::SameAsSse2 same;
+        vt::ForEachLevel([&] {
+            const Image src(s, s.pad_src);
+            Image dst(s, s.pad_dst, 16, 99);
+            const auto src_before = src.plane.Snapshot();
+            const auto dst_before = dst.plane.Snapshot();
+            std::vector<float> want = src.Pixels(s);
+            ForEachPixel(s, want, [&](ref::Pixel& p, int, int) { c.reference(p, amount); });
+            const ImageSize roi{s.width, s.height};
+            c.call(src.data(), src.step(), dst.data(), dst.step(), &roi, amount);
+            EXPECT_TRUE(dst.Matches(s, want, c.ulps)) << "amount " << amount;
+            EXPECT_TRUE(dst.plane.OnlyRowsChanged(dst_before, PixelBytes(s)));
+            EXPECT_TRUE(src.plane.Unchanged(src_before));
+            EXPECT_TRUE(same(dst.plane));
+        });
     }
 }
 
@@ -133,16 +136,21 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- In-place kernels -------------------------------------------------------------------------
 
-// Runs an in-place call on a random image of shape s and checks it against reference(pixel, x, y).
+// Runs an in-place call on a random image of shape s at every level and checks it against
+// reference(pixel, x, y); every level must give the SSE2 body's bits.
 template <class Call, class Ref>
 void CheckInPlace(const Shape& s, int step_align, int64_t ulps, Call&& call, Ref&& reference) {
-    Image image(s, s.pad_dst, step_align);
-    const auto before = image.plane.Snapshot();
-    std::vector<float> want = image.Pixels(s);
-    ForEachPixel(s, want, reference);
-    call(image.data(), image.step());
-    EXPECT_TRUE(image.Matches(s, want, ulps));
-    EXPECT_TRUE(image.plane.OnlyRowsChanged(before, PixelBytes(s)));
+    vt::SameAsSse2 same;
+    vt::ForEachLevel([&] {
+        Image image(s, s.pad_dst, step_align);
+        const auto before = image.plane.Snapshot();
+        std::vector<float> want = image.Pixels(s);
+        ForEachPixel(s, want, reference);
+        call(image.data(), image.step());
+        EXPECT_TRUE(image.Matches(s, want, ulps));
+        EXPECT_TRUE(image.plane.OnlyRowsChanged(before, PixelBytes(s)));
+        EXPECT_TRUE(same(image.plane));
+    });
 }
 
 TEST(ExposureEtc, MatchesReferenceWithAndWithoutLocalMap) {
@@ -259,49 +267,6 @@ TEST(StatedValues, LevelsStretchesBlackToWhite) {
     EXPECT_NEAR(image[5], 1.0f, 1e-6f);
     EXPECT_EQ(image[6], 1.0f);
     EXPECT_EQ(image[7], 0.0f);
-}
-
-// Every level against the SSE2 body, bit for bit, on edge-value pixels.
-// In place, which the kernel allows; amounts of either sign, large and tiny.
-TEST(ExposureLevels, BrightnessEveryLevelMatchesSse2) {
-    std::mt19937 rng(761);
-    for (const vt::Shape& s : vt::RandomShapes(762, vt::Scaled(500))) {
-        SCOPED_TRACE(vt::Describe(s));
-        const ImageSize roi{s.width, s.height};
-        const float amount = std::uniform_real_distribution<float>(-3.0f, 3.0f)(rng);
-        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, vt::RowBytes(s.width, 1, 16), vt::EdgePixels{},
-                                              [&](const vt::GuardedPlane& plane) {
-                                                  ImageAdjustBrightness_Rgba128F_SSE2(plane.As<float>(), plane.step(),
-                                                                                      plane.As<float>(), plane.step(),
-                                                                                      &roi, amount);
-                                              }));
-    }
-}
-
-// Random band amounts, a global amount, and a local plane of its own step (every other shape),
-// on image steps that are whole multiples of 64 bytes as the kernel requires.
-TEST(ExposureLevels, SelectiveEveryLevelMatchesSse2) {
-    std::mt19937 rng(771);
-    for (vt::Shape s : vt::RandomShapes(772, vt::Scaled(500))) {
-        const int64_t row_bytes = vt::RowBytes(s.width, 1, 16);
-        s.pad_dst = static_cast<int>((64 - row_bytes % 64) % 64);
-        SCOPED_TRACE(vt::Describe(s));
-        std::uniform_real_distribution<float> stops(-2.0f, 2.0f);
-        const float bands[5] = {stops(rng), stops(rng), stops(rng), stops(rng), stops(rng)};
-        const int32_t local_step = vt::StepFor(s, int64_t{std::max(s.width, 0)} * 4, s.pad_src, 4);
-        vt::GuardedPlane local(int64_t{std::max(s.width, 0)} * 4, std::max(s.height, 0), local_step,
-                               rng() % 2 ? vt::Placement::End : vt::Placement::Start, 4);
-        local.FillRows<float>([&](int, int64_t) { return std::uniform_real_distribution<float>(-4.0f, 4.0f)(rng); });
-        const bool with_map = rng() % 2 == 0;
-        const ExposureParameter exposure{stops(rng), with_map ? local.As<float>() : nullptr, local_step, {0, 0}};
-        const ImageSize roi{s.width, s.height};
-        ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, row_bytes, vt::EdgePixels{}, [&](const vt::GuardedPlane& plane) {
-            const StatusCode expected = plane.step() % 64 == 0 ? StatusOk : StatusFailure;
-            ASSERT_EQ(ImageAdjustExposureSelective_Rgba128F_SSE2(plane.As<float>(), plane.step(), &roi, exposure,
-                                                                  bands[0], bands[1], bands[2], bands[3], bands[4]),
-                      expected);
-        }));
-    }
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <random>
 #include <vector>
 
-#include "adjust/edge_pixels.h"
 #include "reference/lab.h"
 #include "support/dispatch.h"
 #include "support/shapes.h"
@@ -31,15 +30,6 @@ float Uniform(std::mt19937& rng, float lo, float hi) { return std::uniform_real_
 int64_t BlockBytes(const Shape& s) { return vt::RowBytes(s.width, 4, 16); }
 int Pixels(const Shape& s) { return static_cast<int>(BlockBytes(s) / 16); }  // whole blocks, overrun included
 
-struct Plane {
-    GuardedPlane plane;
-    explicit Plane(const Shape& s)
-        : plane(BlockBytes(s), s.height, vt::StepFor(s, BlockBytes(s), s.pad_dst), s.placement) {
-        plane.FillRandomBytes(s.seed + 3);
-    }
-    float* row(int y) const { return plane.RowAs<float>(y); }
-};
-
 // Component c (0 L*, 1 a*, 2 b*, 3 fourth lane) of pixel x in a blocked row.
 float& BlockAt(float* row, int x, int c) { return row[16 * (x / 4) + 4 * c + x % 4]; }
 
@@ -55,89 +45,56 @@ float RandomLinear(std::mt19937& rng) {
     }
 }
 
-::testing::AssertionResult Near(double got, double want, double tolerance, int x, int y, int c) {
-    if (std::fabs(got - want) <= tolerance) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "row " << y << " pixel " << x << " component " << c << ": got " << got
-                                         << ", want " << want;
-}
-
-TEST(ToLab, MatchesReferenceOnRandomShapes) {
-    for (const Shape& s : vt::RandomShapes(701, 150)) {
-        SCOPED_TRACE(vt::Describe(s));
-        Plane image(s);
-        std::mt19937 rng(s.seed);
-        image.plane.FillRows<float>([&](int, int64_t) { return RandomLinear(rng); });
-        std::vector<ref::Lab> want;
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < Pixels(s); ++x) {
-                const float* p = image.row(y) + 4 * x;
-                want.push_back(ref::ProPhotoToLab(p[0], p[1], p[2], p[3]));
-            }
-        const auto before = image.plane.Snapshot();
-        const ImageSize roi{s.width, s.height};
-        XMImageConvertToLab_ProPhotoRgb128F_SSE2(image.row(0), image.plane.step(), &roi);
-        EXPECT_TRUE(image.plane.OnlyRowsChanged(before, BlockBytes(s)));
-        for (int y = 0, i = 0; y < s.height; ++y)
-            for (int x = 0; x < Pixels(s); ++x, ++i) {
-                const double w[4] = {want[i].l, want[i].a, want[i].b, want[i].w};
-                for (int c = 0; c < 4; ++c) ASSERT_TRUE(Near(BlockAt(image.row(y), x, c), w[c], kLabTolerance, x, y, c));
-            }
-    }
-}
-
-TEST(FromLab, MatchesReferenceOnRandomShapes) {
-    for (const Shape& s : vt::RandomShapes(702, 150)) {
-        SCOPED_TRACE(vt::Describe(s));
-        Plane image(s);
-        std::mt19937 rng(s.seed);
-        // L* across its range, with extra weight between epsilon and 8 where the deliberate
-        // threshold differs from the textbook one; a* and b* within the usual gamut.
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < Pixels(s); ++x) {
+// Fills the region's blocks (the overrun included) with pixels for one direction, runs it, and
+// compares every pixel with the double-precision reference: from linear RGB, L*, a*, b* and the
+// fourth lane's lightness in blocks; from Lab (L* weighted between epsilon and 8, where the
+// deliberate threshold differs from the textbook one), RGB with the fourth lane 0. Every level
+// must also give the SSE2 body's bits.
+::testing::AssertionResult Converts(const Shape& s, bool to_lab, vt::SameAsSse2& same) {
+    GuardedPlane image(BlockBytes(s), s.height, vt::StepFor(s, BlockBytes(s), s.pad_dst), s.placement);
+    image.FillRandomBytes(s.seed + 3);
+    std::mt19937 rng(s.seed);
+    std::vector<double> want;
+    for (int y = 0; y < s.height; ++y)
+        for (int x = 0; x < Pixels(s); ++x) {
+            float* row = image.RowAs<float>(y);
+            if (to_lab) {
+                float* p = row + 4 * x;
+                for (int c = 0; c < 4; ++c) p[c] = RandomLinear(rng);
+                const ref::Lab v = ref::ProPhotoToLab(p[0], p[1], p[2], p[3]);
+                want.insert(want.end(), {v.l, v.a, v.b, v.w});
+            } else {
                 const int kind = rng() % 4;
-                BlockAt(image.row(y), x, 0) = kind == 0 ? Uniform(rng, -0.01f, 8.0f) : Uniform(rng, 0.0f, 100.0f);
-                BlockAt(image.row(y), x, 1) = kind == 1 ? 0.0f : Uniform(rng, -80.0f, 80.0f);
-                BlockAt(image.row(y), x, 2) = kind == 1 ? 0.0f : Uniform(rng, -80.0f, 80.0f);
-                BlockAt(image.row(y), x, 3) = Uniform(rng, 0.0f, 100.0f);
+                BlockAt(row, x, 0) = kind == 0 ? Uniform(rng, -0.01f, 8.0f) : Uniform(rng, 0.0f, 100.0f);
+                for (int c : {1, 2}) BlockAt(row, x, c) = kind == 1 ? 0.0f : Uniform(rng, -80.0f, 80.0f);
+                BlockAt(row, x, 3) = Uniform(rng, 0.0f, 100.0f);
+                const ref::Rgb v = ref::LabToProPhoto(BlockAt(row, x, 0), BlockAt(row, x, 1), BlockAt(row, x, 2));
+                want.insert(want.end(), {v.r, v.g, v.b, 0.0});
             }
-        std::vector<ref::Rgb> want;
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < Pixels(s); ++x)
-                want.push_back(ref::LabToProPhoto(BlockAt(image.row(y), x, 0), BlockAt(image.row(y), x, 1),
-                                                  BlockAt(image.row(y), x, 2)));
-        const auto before = image.plane.Snapshot();
-        const ImageSize roi{s.width, s.height};
-        XMImageConvertToProPhotoRGB_Lab128F_SSE2(image.row(0), image.plane.step(), &roi);
-        EXPECT_TRUE(image.plane.OnlyRowsChanged(before, BlockBytes(s)));
-        for (int y = 0, i = 0; y < s.height; ++y)
-            for (int x = 0; x < Pixels(s); ++x, ++i) {
-                const float* p = image.row(y) + 4 * x;
-                const double w[3] = {want[i].r, want[i].g, want[i].b};
-                for (int c = 0; c < 3; ++c) ASSERT_TRUE(Near(p[c], w[c], kRgbTolerance, x, y, c));
-                ASSERT_EQ(p[3], 0.0f) << "fourth lane, pixel " << x;
+        }
+    const auto before = image.Snapshot();
+    const ImageSize roi{s.width, s.height};
+    (to_lab ? XMImageConvertToLab_ProPhotoRgb128F_SSE2 : XMImageConvertToProPhotoRGB_Lab128F_SSE2)(image.As<float>(), image.step(), &roi);
+    if (auto r = image.OnlyRowsChanged(before, BlockBytes(s)); !r) return r;
+    for (int y = 0, i = 0; y < s.height; ++y)
+        for (int x = 0; x < Pixels(s); ++x)
+            for (int c = 0; c < 4; ++c, ++i) {
+                const double got = to_lab ? BlockAt(image.RowAs<float>(y), x, c) : image.RowAs<float>(y)[4 * x + c];
+                const double tolerance = to_lab ? kLabTolerance : c == 3 ? 0.0 : kRgbTolerance;
+                if (!(std::fabs(got - want[size_t(i)]) <= tolerance))
+                    return ::testing::AssertionFailure() << "row " << y << " pixel " << x << " component " << c << ": got "
+                                                         << got << ", want " << want[size_t(i)];
             }
-    }
+    return same(image);
 }
 
-// Every level against the SSE2 body, bit for bit: linear RGB around epsilon, where the cube root
-// meets the straight segment; Lab on a scale covering L* 0..100 and, with the negatives, a* and
-// b* down to -150, around where the inverse switches segments (L* = epsilon for Y, f = 6/29 at
-// L* 8). A pixel's channels meet in one matrix, so each carries at most one NaN or infinity.
-TEST(LabLevels, EveryLevelMatchesSse2) {
-    using Kernel = void(VELMORA_CALL*)(float*, int32_t, const ImageSize*);
-    const struct {
-        Kernel kernel;
-        vt::EdgePixels pixels;
-    } cases[] = {{XMImageConvertToLab_ProPhotoRgb128F_SSE2, {1.0f, {0.008856452f}}},
-                 {XMImageConvertToProPhotoRGB_Lab128F_SSE2, {100.0f, {0.008856452f, 8.0f}}}};
-    for (const auto& c : cases)
-        for (const Shape& s : vt::RandomShapes(711, 200)) {
-            SCOPED_TRACE(vt::Describe(s));
-            const ImageSize roi{s.width, s.height};
-            vt::EdgePixels pixels = c.pixels;
-            ASSERT_TRUE(vt::EveryLevelMatchesSse2(s, BlockBytes(s), pixels, [&](const GuardedPlane& plane) {
-                c.kernel(plane.As<float>(), plane.step(), &roi);
-            }));
+// Both directions at every level, each level giving the SSE2 body's bits.
+TEST(Lab, BothDirectionsMatchReferenceOnRandomShapes) {
+    for (bool to_lab : {true, false})
+        for (const Shape& s : vt::RandomShapes(to_lab ? 701 : 702, 150)) {
+            SCOPED_TRACE(vt::Describe(s) + (to_lab ? " to Lab" : " from Lab"));
+            vt::SameAsSse2 same;
+            vt::ForEachLevel([&] { ASSERT_TRUE(Converts(s, to_lab, same)); });
         }
 }
 

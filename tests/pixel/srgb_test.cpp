@@ -1,6 +1,6 @@
 // sRGB transfer kernels: every export on guarded random shapes against the references of
-// reference/srgb.h, the rectangle arguments of the _Lut pair, branch thresholds and special
-// values, and every level of the formula kernels against their SSE2 bodies.
+// reference/srgb.h at every level (each giving the SSE2 body's bits, special values included),
+// the rectangle arguments of the _Lut pair, and the formula's branch thresholds.
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -93,17 +93,21 @@ TEST_P(SrgbKernels, MatchesReferenceOnGuardedRandomShapes) {
         SCOPED_TRACE(vt::Describe(s));
         const int64_t row_bytes = vt::RowBytes(s.width, 1, 16);
         const int32_t step = vt::StepFor(s, row_bytes, s.pad_dst, 4);
-        vt::GuardedPlane plane(row_bytes, s.height, step, s.placement, 4);
-        std::mt19937 rng(s.seed);
-        plane.FillRows<float>([&](int, int64_t) { return PixelValue(rng); });
-        const auto before = plane.Snapshot();
-        std::vector<std::vector<float>> input;
-        for (int y = 0; y < s.height; ++y) input.emplace_back(plane.RowAs<float>(y), plane.RowAs<float>(y) + row_bytes / 4);
-        k.run(plane.As<float>(), step, s.width, s.height);
-        for (int y = 0; y < s.height; ++y)
-            for (size_t i = 0; i < input[y].size(); ++i)
-                ASSERT_TRUE(Matches(k, plane.RowAs<float>(y)[i], input[y][i])) << "row " << y << " element " << i;
-        EXPECT_TRUE(plane.OnlyRowsChanged(before, row_bytes));
+        vt::SameAsSse2 same;
+        vt::ForEachLevel([&] {
+            vt::GuardedPlane plane(row_bytes, s.height, step, s.placement, 4);
+            std::mt19937 rng(s.seed);
+            plane.FillRows<float>([&](int, int64_t) { return PixelValue(rng); });
+            const auto before = plane.Snapshot();
+            std::vector<std::vector<float>> input;
+            for (int y = 0; y < s.height; ++y) input.emplace_back(plane.RowAs<float>(y), plane.RowAs<float>(y) + row_bytes / 4);
+            k.run(plane.As<float>(), step, s.width, s.height);
+            for (int y = 0; y < s.height; ++y)
+                for (size_t i = 0; i < input[y].size(); ++i)
+                    ASSERT_TRUE(Matches(k, plane.RowAs<float>(y)[i], input[y][i])) << "row " << y << " element " << i;
+            EXPECT_TRUE(plane.OnlyRowsChanged(before, row_bytes));
+            EXPECT_TRUE(same(plane));
+        });
     }
 }
 
@@ -165,19 +169,6 @@ TEST(SrgbFormula, BranchesAtTheThresholdsWithoutClamping) {
     EXPECT_NE(value(decode, above), above * 0.07739938f);
     EXPECT_EQ(value(encode, -1.0f), -12.92f);
     EXPECT_NEAR(value(encode, 2.0f), 1.353, 1e-3);
-}
-
-// Every level of the formula kernels against their SSE2 bodies, bit for bit.
-TEST(SrgbFormula, EveryLevelMatchesSse2) {
-    for (const RoiKernel kernel : {XMImageRGBToSRGB_Rgb128F_SSE2, XMImageSRGBToRGB_Rgb128F_SSE2})
-        for (const vt::Shape& s : vt::RandomShapes(721, 200)) {
-            SCOPED_TRACE(vt::Describe(s));
-            const ImageSize roi{s.width, s.height};
-            ASSERT_TRUE(vt::EveryLevelMatchesSse2(
-                s, vt::RowBytes(s.width, 1, 16),
-                [](std::mt19937& rng) { return vt::EdgeFloat(rng, 1.0f, {0.0031308f, 0.04045f}); },
-                [&](const vt::GuardedPlane& plane) { kernel(plane.As<float>(), plane.step(), &roi); }));
-        }
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 #include <limits>
 #include <ostream>
 #include <type_traits>
-#include <functional>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -72,17 +70,6 @@ std::vector<Kernel> AllKernels() {
     };
 }
 
-// A table on its own page, its last entry against a no-access page (or its first entry after
-// one), so a read of any entry beyond the documented ones crashes.
-struct GuardedTable {
-    vt::GuardedPlane plane;
-    GuardedTable(const std::vector<float>& entries, vt::Placement placement)
-        : plane(int64_t(entries.size()) * 4, 1, 16, placement, 4) {
-        std::memcpy(plane.data(), entries.data(), entries.size() * 4);
-    }
-    const float* data() const { return plane.As<float>(); }
-};
-
 // Entries the kernels may read: n + 2 for 16-bit tables, trunc(scale) + 2 (records for the
 // four-curve kernels) for float ones.
 size_t TableEntries(const Kernel& k, double param) {
@@ -143,7 +130,7 @@ template <class T>
     const int64_t x0_bytes = x0 * k.channels * int64_t(sizeof(T)), region_bytes = count * int64_t(sizeof(T));
     const auto before = dst.Snapshot();
     const auto src_before = src.Snapshot();
-    GuardedTable guarded(table, table_placement);
+    const vt::GuardedArray<float> guarded(table, table_placement);
     const StatusCode status =
         k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height, guarded.data(), param);
     if (status != StatusOk) return ::testing::AssertionFailure() << "status " << status;
@@ -190,7 +177,7 @@ TEST(CurveProperties, TopCodeReadsTheExtraEntry) {
         SCOPED_TRACE(n);
         std::vector<float> entries(n + 2, 0.75f);
         entries[n + 1] = std::numeric_limits<float>::quiet_NaN();
-        GuardedTable table(entries, vt::Placement::End);
+        const vt::GuardedArray<float> table(entries);
         const uint16_t codes[3] = {0, 32768, 65535};
         uint16_t out[3];
         ASSERT_EQ(StatusOk, Curve_16u_C1R(codes, 0, out, 0, 0, 0, 3, 1, table.data(), n));

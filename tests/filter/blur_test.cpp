@@ -24,45 +24,31 @@ struct Rng {
 };
 
 // A guarded plane of w x h pixels of `c` elements of T with margins l, t, r, b around the region,
-// random contents, random padding, row order and guard side.
+// random contents (margins included), padding, row order and guard side.
 template <class T>
-struct Plane {
-    int w, h, c, l, t, r, b;
-    GuardedPlane g;
-    Plane(Rng& rng, int w_, int h_, int c_, int l_ = 0, int t_ = 0, int r_ = 0, int b_ = 0)
-        : w(w_), h(h_), c(c_), l(l_), t(t_), r(r_), b(b_), g(Bytes(), h + t + b, Step(rng), Side(rng), sizeof(T)) {
-        g.FillRandomBytes(rng.g());
-        g.FillRows<T>([&](int, int64_t) {
+struct Plane : vt::MarginPlane<T> {
+    Plane(Rng& rng, int w, int h, int c, int l = 0, int t = 0, int r = 0, int b = 0) : vt::MarginPlane<T>(rng.g, w, h, c, l, t, r, b) {
+        this->g.template FillRows<T>([&](int, int64_t) {
             if constexpr (sizeof(T) == 1) return T(rng.Int(0, 255));
             else return rng.Int(0, 9) == 0 ? rng.Float(-1.0f, 0.0f) : rng.Float(0.0f, 1.0f);
         });
     }
-    int64_t Bytes() const { return int64_t{w + l + r} * c * int64_t(sizeof(T)); }
-    int32_t Step(Rng& rng) const {
-        const int64_t s = std::max<int64_t>(Bytes(), 1) + int64_t(sizeof(T)) * rng.Int(0, 3) * rng.Int(0, 1);
-        const int32_t step = int32_t((s + 3) / 4 * 4 / int64_t(sizeof(T)) * int64_t(sizeof(T)));
-        return rng.Int(0, 4) == 0 ? -step : step;
-    }
-    static vt::Placement Side(Rng& rng) { return rng.Int(0, 1) ? vt::Placement::End : vt::Placement::Start; }
-    T* Origin() const { return g.RowAs<T>(t) + l * c; }
-    int32_t Step() const { return g.step(); }
-    T& At(int x, int y, int ch) const { return g.RowAs<T>(y + t)[(x + l) * c + ch]; }
     ref::Img ToImg() const {
-        ref::Img img(w, h, c, l, t, r, b);
-        for (int y = -t; y < h + b; ++y)
-            for (int x = -l; x < w + r; ++x)
-                for (int ch = 0; ch < c; ++ch) img.at(x, y, ch) = float(At(x, y, ch));
+        ref::Img img(this->w, this->h, this->c, this->l, this->t, this->r, this->b);
+        for (int y = -this->t; y < this->h + this->b; ++y)
+            for (int x = -this->l; x < this->w + this->r; ++x)
+                for (int ch = 0; ch < this->c; ++ch) img.at(x, y, ch) = float(this->At(x, y, ch));
         return img;
     }
     // Every element of the plane, margins included, against img (which has this plane's margins
     // or none: then only the region is compared).
     ::testing::AssertionResult Matches(ref::Img& img) const {
-        for (int y = -img.t; y < h + img.b; ++y)
-            for (int x = -img.l; x < w + img.r; ++x)
-                for (int ch = 0; ch < c; ++ch)
-                    if (!vt::Same(float(At(x, y, ch)), img.at(x, y, ch), 0))
+        for (int y = -img.t; y < this->h + img.b; ++y)
+            for (int x = -img.l; x < this->w + img.r; ++x)
+                for (int ch = 0; ch < this->c; ++ch)
+                    if (!vt::Same(float(this->At(x, y, ch)), img.at(x, y, ch), 0))
                         return ::testing::AssertionFailure() << "pixel (" << x << ", " << y << ") channel " << ch
-                                                             << ": got " << float(At(x, y, ch)) << ", want "
+                                                             << ": got " << float(this->At(x, y, ch)) << ", want "
                                                              << img.at(x, y, ch);
         return ::testing::AssertionSuccess();
     }
@@ -248,13 +234,6 @@ TEST(GrayBoxMeans, LargeAlignedDestinationStreamsTheSameValues) {
     }
 }
 
-std::vector<uint8_t> Bytes(const Plane<uint8_t>& p) {
-    std::vector<uint8_t> v;
-    for (int y = 0; y < p.h; ++y)
-        for (int x = 0; x < p.w * p.c; ++x) v.push_back(p.g.RowAs<uint8_t>(y)[x]);
-    return v;
-}
-
 ::testing::AssertionResult BytesMatch(const Plane<uint8_t>& p, const std::vector<uint8_t>& want) {
     return vt::RowsMatch([&](int y) { return p.g.RowAs<const uint8_t>(y); }, p.h, int64_t{p.w} * p.c, want);
 }
@@ -266,7 +245,7 @@ TEST(EightBitBlurs, MatchReference) {
         const bool last = rng.Int(0, 1);
         {  // one pass, transposed; last = 0 keeps the destination's alpha
             Plane<uint8_t> src(rng, w, h, 4), dst(rng, h, w, 4);
-            const auto want = ref::ConvolveTransposeBytes(Bytes(src), w, h, k, Bytes(dst), last);
+            const auto want = ref::ConvolveTransposeBytes(src.Region(), w, h, k, dst.Region(), last);
             ImageConvolveTranspose_Bgra32(src.Origin(), src.Step(), w, h, dst.Origin(), dst.Step(), k.data(),
                                           int32_t(k.size()), last);
             EXPECT_TRUE(BytesMatch(dst, want)) << "transpose, last " << last;
@@ -274,10 +253,10 @@ TEST(EightBitBlurs, MatchReference) {
         {  // in place, both ways; the Gaussian is the same with 1 4 6 4 1
             Plane<uint8_t> img(rng, w, h, 4), img5(rng, w, h, 4);
             const std::vector<int32_t> k5 = {1, 4, 6, 4, 1};
-            const auto mid = ref::ConvolveTransposeBytes(Bytes(img), w, h, k, std::vector<uint8_t>(size_t(w) * h * 4), true);
-            const auto want = ref::ConvolveTransposeBytes(mid, h, w, k, Bytes(img), last);
-            const auto mid5 = ref::ConvolveTransposeBytes(Bytes(img5), w, h, k5, std::vector<uint8_t>(size_t(w) * h * 4), true);
-            const auto want5 = ref::ConvolveTransposeBytes(mid5, h, w, k5, Bytes(img5), true);
+            const auto mid = ref::ConvolveTransposeBytes(img.Region(), w, h, k, std::vector<uint8_t>(size_t(w) * h * 4), true);
+            const auto want = ref::ConvolveTransposeBytes(mid, h, w, k, img.Region(), last);
+            const auto mid5 = ref::ConvolveTransposeBytes(img5.Region(), w, h, k5, std::vector<uint8_t>(size_t(w) * h * 4), true);
+            const auto want5 = ref::ConvolveTransposeBytes(mid5, h, w, k5, img5.Region(), true);
             const ImageSize roi{w, h};
             ImageConvolve_Bgra32(img.Origin(), img.Step(), &roi, k.data(), int32_t(k.size()), last);
             ImageGaussian5x5_Bgra32(img5.Origin(), img5.Step(), &roi);
@@ -287,7 +266,7 @@ TEST(EightBitBlurs, MatchReference) {
         {
             const int r = rng.Int(0, 5);
             Plane<uint8_t> img(rng, w, h, 1);
-            const auto want = ref::ThreeBoxGray8(Bytes(img), w, h, r);
+            const auto want = ref::ThreeBoxGray8(img.Region(), w, h, r);
             const ImageSize roi{w, h};
             ImageFastGaussianBlur_Gray8(img.Origin(), img.Step(), &roi, r);
             EXPECT_TRUE(BytesMatch(img, want)) << "gray8 r=" << r;

@@ -63,19 +63,6 @@ constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 // Mixes every channel into every other with negative terms, so outputs leave [0, 1] both ways.
 constexpr float kMixing[9] = {1.35f, -0.28f, 0.05f, -0.42f, 1.31f, -0.61f, 0.19f, -0.03f, 1.62f};
 
-// A plane that holds only `values` with a guard page right after the last one, so reading one
-// float past the caller's table or matrix faults.
-template <class T>
-struct GuardedArray {
-    explicit GuardedArray(const std::vector<T>& values)
-        : plane(static_cast<int64_t>(values.size() * sizeof(T)), 1, static_cast<int32_t>(values.size() * sizeof(T)),
-                vt::Placement::End, 1) {
-        std::memcpy(plane.data(), values.data(), values.size() * sizeof(T));
-    }
-    const T* data() const { return plane.As<T>(); }
-    vt::GuardedPlane plane;
-};
-
 std::vector<float> RandomTable(int n, std::mt19937& rng) {
     std::uniform_real_distribution<float> d(-0.25f, 1.25f);
     std::vector<float> t(n);
@@ -119,8 +106,8 @@ TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
         std::mt19937 rng(s.seed);
         const int n = table_sizes[index % std::size(table_sizes)];
         SCOPED_TRACE(testing::Message() << "n " << n);
-        const GuardedArray<float> table(RandomTable(n, rng));
-        const GuardedArray<float> matrix(
+        const vt::GuardedArray<float> table(RandomTable(n, rng));
+        const vt::GuardedArray<float> matrix(
             std::vector<float>(index % 2 ? kMixing : kIdentity, (index % 2 ? kMixing : kIdentity) + 9));
         ++index;
         const int64_t src_row = vt::RowBytes(s.width, c.block, c.layout.pixel_bytes);
@@ -181,7 +168,7 @@ TEST(LinearizingProperties, EveryCodeOfEveryTableSizeIsTheFormula) {
     sizes.push_back(65536);
     for (int n : sizes) {
         SCOPED_TRACE(testing::Message() << "n " << n);
-        const GuardedArray<float> table(RandomTable(n, rng));
+        const vt::GuardedArray<float> table(RandomTable(n, rng));
         for (bool sixteen : {false, true}) {
             const int pixels = sixteen ? 21848 : 88;
             const std::vector<float> out(size_t(pixels) * 4);
@@ -234,12 +221,12 @@ constexpr float kWide[9] = {0.9f, -1.2f, 0.3f, 0.4f, 0.2f, -0.7f, -0.35f, 0.6f, 
 
 TEST(LinearizeInPlace, MatchesReferenceOnRandomShapes) {
     std::mt19937 rng(21);
-    const GuardedArray<uint16_t> table16(RandomTable16(rng));
+    const vt::GuardedArray<uint16_t> table16(RandomTable16(rng));
     const float* matrices[] = {kIdentity, kMixing, kWide};
     int index = 0;
     for (const vt::Shape& s : vt::RandomShapes(0x5e, 60)) {
         SCOPED_TRACE(vt::Describe(s));
-        const GuardedArray<float> matrix(std::vector<float>(matrices[index % 3], matrices[index % 3] + 9));
+        const vt::GuardedArray<float> matrix(std::vector<float>(matrices[index % 3], matrices[index % 3] + 9));
         EXPECT_TRUE(InPlaceMatches(s, index % 2 ? table16.data() : nullptr, matrix.data()));
         ++index;
     }

@@ -66,16 +66,6 @@ std::vector<Kernel> AllKernels() {
     };
 }
 
-// An order array on its own guarded page, so a read past its last entry crashes.
-struct GuardedOrder {
-    vt::GuardedPlane plane;
-    explicit GuardedOrder(const std::vector<int32_t>& entries)
-        : plane(int64_t(entries.size()) * 4, 1, 16, vt::Placement::End, 4) {
-        std::memcpy(plane.data(), entries.data(), entries.size() * 4);
-    }
-    const int32_t* data() const { return plane.As<int32_t>(); }
-};
-
 // Random bytes for integers, values with distinct bit patterns (never NaN) for floats.
 void FillSource(vt::GuardedPlane& p, int element_bytes, uint32_t seed) {
     std::mt19937 rng(seed);
@@ -126,7 +116,7 @@ template <class T>
     const auto want = ref::Swizzle<T>(source, w, h, k.src_channels, k.dst_channels, order.data(), fill);
     const auto before = dst.Snapshot();
     const auto src_before = src.Snapshot();
-    GuardedOrder guarded(order);
+    const vt::GuardedArray<int32_t> guarded(order);
     const StatusCode status = k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height,
                                      guarded.data(), fill_bits);
     if (status != StatusOk) return ::testing::AssertionFailure() << "status " << status;

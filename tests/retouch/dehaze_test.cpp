@@ -22,34 +22,11 @@ struct Rng {
     float Float(float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(g); }
 };
 
-// A plane whose region (w x h pixels of `bytes` each) starts at (x, y); the base is row 0.
+// The region (w x h pixels of c elements) at (x, y) of a plane whose row 0 the kernels take.
 template <class T>
-struct RegionPlane {
-    int x, y, w, h, c;
-    GuardedPlane g;
-    RegionPlane(Rng& rng, int x_, int y_, int w_, int h_, int c_, int pad = 0)
-        : x(x_), y(y_), w(w_), h(h_), c(c_),
-          g(int64_t{x + w} * c * int64_t(sizeof(T)), y + h,
-            int32_t((int64_t{x + w} * c * int64_t(sizeof(T)) + pad + 3) / 4 * 4 + 4), rng.Int(0, 1) ? vt::Placement::End : vt::Placement::Start,
-            1) {
-        g.FillRandomBytes(rng.g());
-    }
-    T* Base() const { return g.As<T>(); }
-    int32_t Step() const { return g.step(); }
-    T& At(int col, int row, int ch = 0) const { return g.RowAs<T>(y + row)[(x + col) * c + ch]; }
-    template <class Gen>
-    std::vector<T> Fill(Gen&& gen) {
-        std::vector<T> v;
-        for (int row = 0; row < h; ++row)
-            for (int i = 0; i < w * c; ++i) v.push_back((&At(0, row))[i] = gen());
-        return v;
-    }
-    std::vector<T> Read() const {
-        std::vector<T> v;
-        for (int row = 0; row < h; ++row)
-            for (int i = 0; i < w * c; ++i) v.push_back((&At(0, row))[i]);
-        return v;
-    }
+struct RegionPlane : vt::MarginPlane<T> {
+    RegionPlane(Rng& rng, int x, int y, int w, int h, int c) : vt::MarginPlane<T>(rng.g, w, h, c, x, y) {}
+    T* Base() const { return this->g.template As<T>(); }
 };
 
 template <class T>
@@ -78,7 +55,7 @@ TEST(DarkChannels, EqualTheClippedWindowScan) {
         RegionPlane<uint8_t> src8(rng, x, y, w, h, 1), dst8(rng, x, y, w, h, 1);
         const auto in8 = src8.Fill([&] { return uint8_t(rng.Int(0, 3) ? rng.Int(0, 255) : rng.Int(250, 255)); });
         EXPECT_EQ(DarkChannel_8u_C1R(src8.Base(), src8.Step(), dst8.Base(), dst8.Step(), x, y, w, h, r), StatusOk);
-        if (w > 0 && h > 0) EXPECT_TRUE(Equal(dst8.Read(), ref::Erode(in8, w, h, r))) << "8u r=" << r;
+        if (w > 0 && h > 0) EXPECT_TRUE(Equal(dst8.Region(), ref::Erode(in8, w, h, r))) << "8u r=" << r;
         // Floats: above 1, zeros of both signs, and now and then a NaN, which the scan order decides.
         const bool special = rng.Int(0, 4) == 0;
         RegionPlane<float> src(rng, x, y, w, h, 4), dst(rng, x, y, w, h, 1);
@@ -92,7 +69,7 @@ TEST(DarkChannels, EqualTheClippedWindowScan) {
             }
         });
         EXPECT_EQ(DarkChannel_32f_AC4C1R(src.Base(), src.Step(), dst.Base(), dst.Step(), x, y, w, h, r), StatusOk);
-        if (w > 0 && h > 0) EXPECT_TRUE(Equal(dst.Read(), ref::DarkChannel(in, w, h, r))) << "32f r=" << r;
+        if (w > 0 && h > 0) EXPECT_TRUE(Equal(dst.Region(), ref::DarkChannel(in, w, h, r))) << "32f r=" << r;
     });
 }
 
@@ -118,7 +95,7 @@ TEST(Transmission, ThreeFormatsAndRecovery) {
         RoughtTransmissionMap_8u_C1R(dark8.Base(), dark8.Step(), t8.Base(), t8.Step(), x, y, w, h, a, omega);
         std::vector<uint8_t> want8;
         for (uint8_t v : d8) want8.push_back(ref::TransmissionByte(v, a, omega));
-        if (h > 0) EXPECT_TRUE(Equal(t8.Read(), want8)) << "8u";
+        if (h > 0) EXPECT_TRUE(Equal(t8.Region(), want8)) << "8u";
 
         // Float dark channel to float transmission, into a second plane or in place (exact path).
         const float light[3] = {rng.Float(0.3f, 1.0f), rng.Float(0.3f, 1.0f), rng.Float(0.3f, 1.0f)};
@@ -130,7 +107,7 @@ TEST(Transmission, ThreeFormatsAndRecovery) {
         RoughtTransmissionMap_32f_C1R(dark.Base(), dark.Step(), out.Base(), out.Step(), x, y, w, h, light, omega);
         std::vector<float> want(d.size());
         for (int row = 0; row < h; ++row) ref::TransmissionRow(&d[size_t(row) * w], &want[size_t(row) * w], w, omega, abar, !in_place);
-        EXPECT_TRUE(Equal(out.Read(), want)) << "32f" << (in_place ? " in place" : "");
+        EXPECT_TRUE(Equal(out.Region(), want)) << "32f" << (in_place ? " in place" : "");
 
         // The 8u32f source is one packed block, fenced right after its last byte.
         GuardedPlane packed(int64_t{w} * h, 1, int32_t(std::max(w * h, 1)), vt::Placement::End, 1);
@@ -141,17 +118,17 @@ TEST(Transmission, ThreeFormatsAndRecovery) {
         RoughtTransmissionMap_8u32f_C1R(packed.data(), 12345, t32.Base(), t32.Step(), x, y, w, h, light8);
         const float abar8 = ref::Grey(light8[0], light8[1], light8[2]);
         for (int row = 0; row < h; ++row) ref::TransmissionRow(&packed_values[size_t(row) * w], &want[size_t(row) * w], w, 0.95f, abar8, true);
-        EXPECT_TRUE(Equal(t32.Read(), want)) << "8u32f";
+        EXPECT_TRUE(Equal(t32.Region(), want)) << "8u32f";
 
         // Recovery: every lane, alpha included; t0 floors the transmission.
         const float t0 = rng.Int(0, 4) ? rng.Float(0.05f, 0.5f) : 0.0f;
         RegionPlane<float> img(rng, x, y, w, h, 4), res(rng, x, y, w, h, 4);
         const auto px = img.Fill([&] { return rng.Float(-0.1f, 1.2f); });
         Dehaze_32f_AC4R(img.Base(), img.Step(), t8.Base(), t8.Step(), res.Base(), res.Step(), x, y, w, h, light, t0);
-        const auto tv = t8.Read();
+        const auto tv = t8.Region();
         std::vector<float> rec;
         for (size_t i = 0; i < px.size(); ++i) rec.push_back(ref::Recover(px[i], tv[i / 4], abar, t0));
-        EXPECT_TRUE(Equal(res.Read(), rec)) << "recovery t0=" << t0;
+        EXPECT_TRUE(Equal(res.Region(), rec)) << "recovery t0=" << t0;
     });
 }
 

@@ -24,20 +24,11 @@ using vt::GuardedPlane;
 
 int Pick(std::mt19937& rng, int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
 
-// A plane of four-byte pixels: a w x h interior with margins around it, the whole extent fenced
-// by guard pages. Pixel (x, y) of the interior; margins are at negative and past-the-end indices.
-struct Framed {
-    int w, h, l, t, r, b;
-    GuardedPlane g;
-    Framed(std::mt19937& rng, int w_, int h_, int l_, int t_, int r_, int b_, int32_t step = 0)
-        : w(w_), h(h_), l(l_), t(t_), r(r_), b(b_),
-          g(int64_t{w + l + r} * 4, h + t + b, step ? step : int32_t((w + l + r) * 4 + 4 * Pick(rng, 0, 3)),
-            Pick(rng, 0, 1) ? vt::Placement::End : vt::Placement::Start, 1) {
-        g.FillRandomBytes(rng());
-    }
-    uint8_t* At(int x, int y) const { return g.Row(y + t) + (x + l) * 4; }
-    uint8_t* Origin() const { return At(0, 0); }
-    int32_t Step() const { return g.step(); }
+// Four-byte pixels: a w x h interior inside margins, on positive steps (the minimiser's row advance
+// for patch sizes other than 4 is written for rows running down in memory).
+struct Framed : vt::MarginPlane<uint8_t> {
+    Framed(std::mt19937& rng, int w, int h, int l, int t, int r, int b, int32_t step = 0)
+        : vt::MarginPlane<uint8_t>(rng, w, h, 4, l, t, r, b, step ? step : int32_t((w + l + r) * 4 + 4 * Pick(rng, 0, 3))) {}
 };
 
 // Run fn on a fresh thread with a one-thread team: its random draws start at seed 1.
@@ -55,7 +46,7 @@ void FillPatchImage(Framed& p, std::mt19937& rng, int markers_percent) {
     const int flat_from = Pick(rng, -p.l, p.w), flat_to = Pick(rng, flat_from, p.w + p.r);
     for (int y = -p.t; y < p.h + p.b; ++y)
         for (int x = -p.l; x < p.w + p.r; ++x) {
-            uint8_t* px = p.At(x, y);
+            uint8_t* px = p.Px(x, y);
             if (x >= flat_from && x < flat_to) {
                 std::memset(px, 100, 4);
             } else if (Pick(rng, 0, 99) < markers_percent) {
@@ -129,15 +120,15 @@ TEST(PatchMatch, TeamSweepsLowerTheTotalAndFindTheShiftOfAShiftedCopy) {
     }
     for (int y = -1; y < h + 2; ++y)
         for (int x = -1; x < w + 2; ++x) {
-            std::memcpy(source.At(x, y), &tex[(size_t(y + 1) * tw + x + 1) * 4], 4);
-            std::memcpy(target.At(x, y), &tex[(size_t(y + 1 + sy) * tw + x + 1 + sx) * 4], 4);
+            std::memcpy(source.Px(x, y), &tex[(size_t(y + 1) * tw + x + 1) * 4], 4);
+            std::memcpy(target.Px(x, y), &tex[(size_t(y + 1 + sy) * tw + x + 1 + sx) * 4], 4);
         }
     std::vector<NNFEntry> nnf(size_t(w) * h);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
             NNFEntry& e = nnf[size_t(y) * w + x];
             e = {Pick(rng, 0, w - 1), Pick(rng, 0, h - 1), 0};
-            e.distance = ref::PatchDistance(target.At(x - 1, y - 1), source.At(e.x - 1, e.y - 1), target.Step());
+            e.distance = ref::PatchDistance(target.Px(x - 1, y - 1), source.Px(e.x - 1, e.y - 1), target.Step());
         }
     auto total = [&] {
         int64_t s = 0;
@@ -159,7 +150,7 @@ TEST(PatchMatch, TeamSweepsLowerTheTotalAndFindTheShiftOfAShiftedCopy) {
             ++reachable;
             exact += e.x == x + sx && e.y == y + sy && e.distance == 0;
             // The distance a match carries is the distance of that match.
-            ASSERT_EQ(e.distance, ref::PatchDistance(target.At(x - 1, y - 1), source.At(e.x - 1, e.y - 1), target.Step()));
+            ASSERT_EQ(e.distance, ref::PatchDistance(target.Px(x - 1, y - 1), source.Px(e.x - 1, e.y - 1), target.Step()));
         }
     EXPECT_GE(exact, reachable * 98 / 100);
 }
@@ -269,7 +260,7 @@ TEST(SetBorder, FramesTheInteriorWithFourBytePixelsInBothExports) {
         const auto before = img.g.Snapshot();
         std::vector<uint32_t> old;
         for (int y = -border; y < h + border; ++y)
-            for (int x = -border; x < w + border; ++x) old.push_back(0), std::memcpy(&old.back(), img.At(x, y), 4);
+            for (int x = -border; x < w + border; ++x) old.push_back(0), std::memcpy(&old.back(), img.Px(x, y), 4);
         const ImageSize size{w, h};
         if (gray)
             ImageSetBorder_Gray8(img.Origin(), img.Step(), &size, border, uint8_t(value));
@@ -279,7 +270,7 @@ TEST(SetBorder, FramesTheInteriorWithFourBytePixelsInBothExports) {
         for (int y = -border; y < h + border; ++y)
             for (int x = -border; x < w + border; ++x, ++k) {
                 uint32_t got;
-                std::memcpy(&got, img.At(x, y), 4);
+                std::memcpy(&got, img.Px(x, y), 4);
                 const bool inside = x >= 0 && x < w && y >= 0 && y < h;
                 ASSERT_EQ(got, inside ? old[k] : value) << "pixel " << x << "," << y;
             }

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #endif
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -150,6 +151,55 @@ private:
     int32_t step_;
     int64_t extent_ = 0, page_ = 0, map_bytes_ = 0;
     uint8_t *map_ = nullptr, *lo_ = nullptr, *hi_ = nullptr, *first_ = nullptr;
+};
+
+// A caller's array (a table, a matrix, an order) alone on guarded memory: reading one element
+// past its end (or, placed at the start, before its first) crashes.
+template <class T>
+struct GuardedArray {
+    GuardedPlane plane;
+    explicit GuardedArray(const std::vector<T>& values, Placement placement = Placement::End)
+        : plane(int64_t(values.size() * sizeof(T)), 1, 16, placement, int(alignof(T))) {
+        std::memcpy(plane.data(), values.data(), values.size() * sizeof(T));
+    }
+    const T* data() const { return plane.As<T>(); }
+};
+
+// A region of w x h pixels of c elements of T inside margins l, t, r, b, on a guarded plane of
+// random bytes. Unless a step is given, it gets a random pad of whole elements, a random sign (one
+// plane in five bottom-up) and a random guard side. Px(x, y) is the region's pixel; the margins
+// sit at negative and past-the-end coordinates.
+template <class T>
+struct MarginPlane {
+    int w, h, c, l, t, r, b;
+    GuardedPlane g;
+    MarginPlane(std::mt19937& rng, int w_, int h_, int c_, int l_ = 0, int t_ = 0, int r_ = 0, int b_ = 0, int32_t step = 0)
+        : w(w_), h(h_), c(c_), l(l_), t(t_), r(r_), b(b_),
+          g(Bytes(), h + t + b, step ? step : RandomStep(rng), rng() % 2 ? Placement::End : Placement::Start, int(sizeof(T))) {
+        g.FillRandomBytes(static_cast<uint32_t>(rng()));
+    }
+    int64_t Bytes() const { return int64_t{w + l + r} * c * int64_t(sizeof(T)); }
+    int32_t RandomStep(std::mt19937& rng) const {
+        const int64_t e = int64_t(sizeof(T)), pad = rng() % 2 ? e * int64_t(rng() % 4) : 0;
+        const int32_t step = int32_t((std::max<int64_t>(Bytes(), 1) + pad + 3) / 4 * 4 / e * e);
+        return rng() % 5 == 0 ? -step : step;
+    }
+    T* Px(int x, int y) const { return g.RowAs<T>(y + t) + int64_t{x + l} * c; }
+    T& At(int x, int y, int ch = 0) const { return Px(x, y)[ch]; }
+    T* Origin() const { return Px(0, 0); }
+    int32_t Step() const { return g.step(); }
+    // The region's elements, rows packed; Fill writes gen() into each and returns them.
+    std::vector<T> Region() const {
+        std::vector<T> v;
+        for (int y = 0; y < h; ++y) v.insert(v.end(), Px(0, y), Px(0, y) + int64_t{w} * c);
+        return v;
+    }
+    template <class Gen>
+    std::vector<T> Fill(Gen&& gen) {
+        for (int y = 0; y < h; ++y)
+            for (int64_t i = 0; i < int64_t{w} * c; ++i) Px(0, y)[i] = gen();
+        return Region();
+    }
 };
 
 }  // namespace vt

@@ -5,6 +5,7 @@
 #include <random>
 #include <vector>
 
+#include "adjust/local_map.h"
 #include "reference/exposure.h"
 #include "support/compare.h"
 #include "support/dispatch.h"
@@ -58,20 +59,11 @@ struct Image {
     }
 };
 
-// A packed-or-padded plane of one float per pixel, guarded with no slack so a read past the last
-// pixel of a row crashes. Its step is a multiple of 4 bytes and follows the shape's sign.
-struct LocalMap {
-    GuardedPlane plane;
-    LocalMap(const Shape& s, float lo, float hi)
-        : plane(int64_t{std::max(s.width, 0)} * 4, s.height, vt::StepFor(s, int64_t{std::max(s.width, 0)} * 4, s.pad_dst / 4 * 4, 4),
-                s.placement, 4) {
-        std::mt19937 rng(s.seed ^ 0x5eed);
-        plane.FillRows<float>([&](int, int64_t) { return Uniform(rng, lo, hi); });
-    }
-    const float* data() const { return plane.As<const float>(); }
-    int32_t step() const { return plane.step(); }
-    float at(int x, int y) const { return plane.RowAs<const float>(y)[x]; }
-};
+// A padded local plane of values in [lo, hi).
+vt::LocalMap Local(const Shape& s, float lo, float hi) {
+    std::mt19937 rng(s.seed ^ 0x5eed);
+    return vt::LocalMap(s, rng, [&] { return Uniform(rng, lo, hi); }, true);
+}
 
 // Applies fn(pixel, x, y) to every packed pixel of the region.
 template <class Fn>
@@ -167,7 +159,7 @@ TEST(ExposureEtc, MatchesReferenceWithAndWithoutLocalMap) {
             },
             [&](ref::Pixel& p, int, int) { ref::Scale(p, std::pow(2.0f, amount)); });
         // Local stops of +-3 around the amount reach both ends of the +-5 stop clamp.
-        const LocalMap local(s, -3.0f, 3.0f);
+        const vt::LocalMap local = Local(s, -3.0f, 3.0f);
         CheckInPlace(
             s, 16, 0,
             [&](float* data, int32_t step) {
@@ -189,7 +181,7 @@ TEST(Saturation, MatchesReferenceInEveryVariant) {
         ++round;
         SCOPED_TRACE(::testing::Message() << "saturation " << saturation << " vibrance " << vibrance
                                           << (with_map ? " with map" : ""));
-        const LocalMap local(s, -0.5f, 0.5f);
+        const vt::LocalMap local = Local(s, -0.5f, 0.5f);
         CheckInPlace(
             s, 16, 0,
             [&](float* data, int32_t step) {
@@ -227,7 +219,7 @@ TEST(SelectiveExposure, MatchesReferenceWithAndWithoutLocalMap) {
                            Uniform(rng, -2, 2)};
         const float amount = Uniform(rng, -1.5f, 1.5f);
         const bool with_map = rng() % 2 == 0;
-        const LocalMap local(s, -2.0f, 2.0f);
+        const vt::LocalMap local = Local(s, -2.0f, 2.0f);
         const ImageSize roi{s.width, s.height};
         CheckInPlace(
             s, 64, kSelectiveUlps,

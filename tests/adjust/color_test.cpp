@@ -1,4 +1,4 @@
-// Colour matrices, colour spaces and the interleaved Lab kernels against the per-pixel references
+// Colour matrices, colour spaces and the Lab kernels (interleaved and blocked) against the per-pixel references
 // of reference/color.h, at every instruction-set level, on guarded planes of random shapes:
 // sub-rectangles for the matrix-style kernels, in-place and separate planes, exactly the region
 // written, every level giving the SSE2 body's bits. Exact where the formula runs in float as
@@ -42,6 +42,7 @@ struct Kernel {
     double tolerance;
     float lo, hi;           // source values drawn from [lo, hi)
     bool relative = false;  // the tolerance scales with the value's size beyond 1
+    bool blocked_in = false, blocked_out = false;  // Lab in blocks of four pixels, component by component
 };
 void PrintTo(const Kernel& k, std::ostream* os) { *os << k.name; }
 
@@ -281,6 +282,19 @@ std::vector<Kernel> AllKernels() {
              for (int i = 0; i < 3; ++i) d[i] = std::clamp(d[i], 0.0, 1.0);
          }),
          1e-5, 0, 1},
+        // The blocked pair: the fourth lane's lightness on the way in, 0 on the way out.
+        {"ConvertToLab", 4, 4, false, false, true, false, OwnInPlace(XMImageConvertToLab_ProPhotoRgb128F_SSE2),
+         [](const float* s, float* d) {
+             const ref::Lab v = ref::ProPhotoToLab(s[0], s[1], s[2], s[3]);
+             d[0] = float(v.l), d[1] = float(v.a), d[2] = float(v.b), d[3] = float(v.w);
+         },
+         1e-4, -0.02f, 1.1f, false, false, true},
+        {"ConvertToProPhotoRGB", 4, 4, false, false, true, false, OwnInPlace(XMImageConvertToProPhotoRGB_Lab128F_SSE2),
+         [](const float* s, float* d) {
+             const ref::Rgb v = ref::LabToProPhoto(s[0], s[1], s[2]);
+             d[0] = float(v.r), d[1] = float(v.g), d[2] = float(v.b), d[3] = 0;
+         },
+         2e-6, -60, 100, false, true},
     };
     return k;
 }
@@ -299,9 +313,10 @@ float Sample(const Kernel& k, std::mt19937& rng) {
 ::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s, vt::SameAsSse2& same) {
     std::mt19937 rng(s.seed);
     const int x0 = k.matrix_style ? int(rng() % 4) : 0, y0 = k.matrix_style ? int(rng() % 3) : 0;
-    const int w = std::max(s.width, 0), h = std::max(s.height, 0);
+    // Blocked kernels write whole blocks: the overrun pixels are checked like the region's.
+    const int w = std::max(s.width, 0), h = std::max(s.height, 0), wb = k.blocked_in || k.blocked_out ? (w + 3) / 4 * 4 : w;
     const int in_size = k.in_bytes ? 1 : 4, out_size = k.out_bytes ? 1 : 4;
-    const int64_t src_row = int64_t(x0 + w) * k.in * in_size, dst_row = int64_t(x0 + w) * k.out * out_size;
+    const int64_t src_row = int64_t(x0 + wb) * k.in * in_size, dst_row = int64_t(x0 + wb) * k.out * out_size;
     vt::GuardedPlane src(src_row, y0 + h, vt::StepFor(s, src_row, s.pad_src, 4), s.placement, 4);
     vt::GuardedPlane dst(dst_row, y0 + h, vt::StepFor(s, dst_row, s.pad_dst, 4), s.placement, 4);
     vt::GuardedPlane& in = k.in_place ? dst : src;
@@ -309,30 +324,32 @@ float Sample(const Kernel& k, std::mt19937& rng) {
     if (k.in_bytes) in.FillRows<uint8_t>([&](int, int64_t) { return uint8_t(rng()); });
     else in.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
     if (!k.in_place && !k.out_bytes) dst.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
-    auto element = [](const vt::GuardedPlane& p, bool bytes, int y, int64_t i) {
+    auto element = [](const vt::GuardedPlane& p, bool bytes, bool blocked, int n, int y, int x, int c) {
+        const int64_t i = blocked ? 16 * (x / 4) + 4 * c + x % 4 : int64_t(x) * n + c;
         return bytes ? float(p.Row(y)[i]) : p.RowAs<float>(y)[i];
     };
     std::vector<float> want;
     for (int y = y0; y < y0 + h; ++y)
-        for (int x = x0; x < x0 + w; ++x) {
+        for (int x = x0; x < x0 + wb; ++x) {
             float pin[4], pout[4];
-            for (int c = 0; c < k.in; ++c) pin[c] = element(in, k.in_bytes, y, int64_t(x) * k.in + c);
-            for (int c = 0; c < k.out; ++c) pout[c] = element(dst, k.out_bytes, y, int64_t(x) * k.out + c);
+            for (int c = 0; c < k.in; ++c) pin[c] = element(in, k.in_bytes, k.blocked_in, k.in, y, x, c);
+            for (int c = 0; c < k.out; ++c) pout[c] = element(dst, k.out_bytes, k.blocked_out, k.out, y, x, c);
             k.reference(pin, pout);
             want.insert(want.end(), pout, pout + k.out);
         }
     const auto before = dst.Snapshot(), src_before = src.Snapshot();
-    const int64_t x0_bytes = int64_t(x0) * k.out * out_size, region_bytes = int64_t(w) * k.out * out_size;
+    const int64_t x0_bytes = int64_t(x0) * k.out * out_size, region_bytes = int64_t(wb) * k.out * out_size;
     k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height);
     if (!k.in_place && !src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
     if (auto r = dst.OnlyRegionChanged(before, x0_bytes, y0, region_bytes, h); !r) return r;
     for (int y = 0, i = 0; y < h; ++y)
-        for (int64_t e = 0; e < int64_t(w) * k.out; ++e, ++i) {
-            const float got = element(dst, k.out_bytes, y0 + y, int64_t(x0) * k.out + e), expect = want[size_t(i)];
-            const double bound = k.tolerance * (k.relative ? std::max(1.0, std::fabs(double(expect))) : 1.0);
-            const bool ok = k.tolerance == 0 ? vt::Same(got, expect, 0) : std::fabs(got - expect) <= bound;
-            if (!ok) return ::testing::AssertionFailure() << "row " << y << " element " << e << ": got " << got << ", want " << expect;
-        }
+        for (int x = 0; x < wb; ++x)
+            for (int c = 0; c < k.out; ++c, ++i) {
+                const float got = element(dst, k.out_bytes, k.blocked_out, k.out, y0 + y, x0 + x, c), expect = want[size_t(i)];
+                const double bound = k.tolerance * (k.relative ? std::max(1.0, std::fabs(double(expect))) : 1.0);
+                const bool ok = k.tolerance == 0 ? vt::Same(got, expect, 0) : std::fabs(got - expect) <= bound;
+                if (!ok) return ::testing::AssertionFailure() << "row " << y << " pixel " << x << " lane " << c << ": got " << got << ", want " << expect;
+            }
     return same(dst);
 }
 
@@ -746,26 +763,36 @@ TEST(LookAndSelective, LutPropertiesAndGreys) {
     EXPECT_NE(out, greys);
 }
 
-#if defined(VELMORA_TEST_LCMS2)
-// Little CMS's sRGB profile (D50-adapted colorants, the same curve) to Lab D50: within 0.1.
-TEST(ColorProperties, SrgbLabAgreesWithLittleCms) {
-    cmsHPROFILE srgb = cmsCreate_sRGBProfile(), lab = cmsCreateLab4Profile(cmsD50_xyY());
-    cmsHTRANSFORM to_lab = cmsCreateTransform(srgb, TYPE_RGB_FLT, lab, TYPE_Lab_FLT, INTENT_RELATIVE_COLORIMETRIC,
-                                              cmsFLAGS_NOCACHE | cmsFLAGS_NOOPTIMIZE);
-    ASSERT_NE(to_lab, nullptr);
+#if defined(VELMORA_TEST_LCMS2)  // native builds; cross builds have no Little CMS for the target
+// Little CMS to Lab D50 on a 17^3 colour grid, from its sRGB profile (D50-adapted colorants, the
+// same curve) and from a linear ProPhoto one (ROMM primaries, gamma 1). Its D50 differs from ours
+// in the fourth digit: within 0.1 in each of L*, a*, b*.
+TEST(ColorProperties, LabAgreesWithLittleCms) {
+    const cmsCIExyYTRIPLE romm = {{0.7347, 0.2653, 1.0}, {0.1596, 0.8404, 1.0}, {0.0366, 0.0001, 1.0}};
+    cmsToneCurve* linear = cmsBuildGamma(nullptr, 1.0);
+    cmsToneCurve* curves[3] = {linear, linear, linear};
+    const std::pair<cmsHPROFILE, void(VELMORA_CALL*)(float*, int32_t, const ImageSize*)> cases[] = {
+        {cmsCreate_sRGBProfile(), XMImageSRGBToLab_Rgb128F_SSE2}, {cmsCreateRGBProfile(cmsD50_xyY(), &romm, curves), XMImageRGBToLab_Rgb128F_SSE2}};
+    cmsHPROFILE lab = cmsCreateLab4Profile(cmsD50_xyY());
     std::vector<float> rgb, px;
     for (int i = 0; i < 17 * 17 * 17; ++i) {
         const float v[3] = {float(i % 17) / 16, float(i / 17 % 17) / 16, float(i / 289) / 16};
         rgb.insert(rgb.end(), v, v + 3);
         px.insert(px.end(), {v[0], v[1], v[2], 1.0f});
     }
-    std::vector<float> want(rgb.size());
-    cmsDoTransform(to_lab, rgb.data(), want.data(), 17 * 17 * 17);
-    const std::vector<float> got = Apply(XMImageSRGBToLab_Rgb128F_SSE2, px);
-    for (size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i / 3 * 4 + i % 3], want[i], 0.1) << "colour " << i / 3;
-    cmsDeleteTransform(to_lab);
+    for (const auto& [profile, kernel] : cases) {
+        cmsHTRANSFORM to_lab = cmsCreateTransform(profile, TYPE_RGB_FLT, lab, TYPE_Lab_FLT, INTENT_RELATIVE_COLORIMETRIC,
+                                                  cmsFLAGS_NOCACHE | cmsFLAGS_NOOPTIMIZE);
+        ASSERT_NE(to_lab, nullptr);
+        std::vector<float> want(rgb.size());
+        cmsDoTransform(to_lab, rgb.data(), want.data(), 17 * 17 * 17);
+        const std::vector<float> got = Apply(kernel, px);
+        for (size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i / 3 * 4 + i % 3], want[i], 0.1) << "colour " << i / 3;
+        cmsDeleteTransform(to_lab);
+        cmsCloseProfile(profile);
+    }
     cmsCloseProfile(lab);
-    cmsCloseProfile(srgb);
+    cmsFreeToneCurve(linear);
 }
 #endif
 

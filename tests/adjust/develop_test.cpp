@@ -4,7 +4,6 @@
 #include <cmath>
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -32,12 +31,6 @@ const char* const kNames[7] = {"exposure", "brightness", "shadows", "highlights"
 constexpr float kRelTolerance = 1e-5f;
 constexpr float kAbsTolerance = 1e-6f;
 
-// Largest observed error in units of the tolerance, reported once at exit.
-double g_worst = 0;
-struct ReportWorst {
-    ~ReportWorst() { std::printf("largest error: %.3f of the tolerance\n", g_worst); }
-} g_report;
-
 // Compares one row of count pixels; input holds the pixels before the call (as the reference got
 // them), black the level subtracted from them.
 ::testing::AssertionResult Close(const float* got, const float* want, const float* input, int64_t count, float black) {
@@ -53,7 +46,6 @@ struct ReportWorst {
             return ::testing::AssertionFailure() << "pixel " << i / 4 << " lane " << i % 4 << ": got " << g << ", want "
                                                  << w << " (tolerance " << tolerance << ", input " << in[0] << " " << in[1] << " " << in[2]
                                                  << " " << in[3] << ")";
-        g_worst = std::max(g_worst, double{error} / tolerance);
     }
     return ::testing::AssertionSuccess();
 }
@@ -167,7 +159,9 @@ const float kBelowMasked = std::nextafter(1e-06f, 0.0f);
 
 // An amount that is on for the unmasked dispatch: the threshold itself or a working value.
 float OnAmount(std::mt19937& rng, int k) {
-    const float range = k == kExp ? 4.0f : 1.0f;
+    // Contrast reaches 3: from 2 up it pushes bright bases past 1 and dark ones below 0, where the
+    // tone weights' powers must stay finite.
+    const float range = k == kExp ? 4.0f : k == kCon ? 3.0f : 1.0f;
     const float sign = rng() % 2 ? 1.0f : -1.0f;
     if (rng() % 6 == 0) return sign * 0.0001f;
     return sign * std::uniform_real_distribution<float>(0.0001f, range)(rng);
@@ -267,40 +261,6 @@ TEST(DevelopPass, ThresholdsDecideWhatRuns) {
             }
     }
     EXPECT_NE(develop(Params{}), input);  // all off still round-trips through the sRGB curve
-}
-
-// Contrast from 2 up pushes the base of bright pixels past 1 (at 2 by a rounding step, beyond by
-// more) and of dark ones below 0. The tone weights' (1 - b)^1.6 and b^1.6 then took the logarithm
-// of a negative number: the NaN became 0 in the clamp of the new luminance and clipped whites came
-// out black.
-TEST(DevelopPass, Regression_BasePastWhiteKeepsToneWeightsFinite) {
-    const float whites[] = {1.0f, std::nextafter(1.0f, 2.0f), std::nextafter(1.0f, 0.0f), 0.9999990f, 1.5f, 4.0f, 0.5f, 0.0f};
-    const int n = 8;
-    const vt::Shape s{n * n, 1};
-    const float contrasts[] = {0.0f, 1.0f, 2.0f, 3.0f, -3.0f};
-    const float brightnesses[] = {0.0f, 0.3f, -1.0f, 1.0f};
-    for (float contrast : contrasts)
-        for (float brightness : brightnesses)
-            for (bool masked : {false, true}) {
-                SCOPED_TRACE("contrast " + std::to_string(contrast) + " brightness " + std::to_string(brightness));
-                Image img(s);
-                float* px = img.data();
-                for (int i = 0; i < n * n; ++i) {
-                    px[4 * i + 0] = px[4 * i + 1] = px[4 * i + 2] = whites[i % n];
-                    px[4 * i + 3] = whites[i / n];
-                }
-                std::vector<float> zeros(n * n, 0.0f);
-                Params a;
-                a.p[kCon].amount = contrast;
-                a.p[kBri].amount = brightness;
-                a.p[kSha].amount = 0.5f;
-                a.p[kHig].amount = -0.7f;
-                if (masked) a.p[kCla].localMap = zeros.data();
-                img.Refresh();
-                Develop(img, a);
-                for (int i = 0; i < 4 * n * n; ++i) ASSERT_FALSE(std::isnan(px[i])) << "element " << i;
-                EXPECT_TRUE(img.MatchesReference(a));
-            }
 }
 
 }  // namespace

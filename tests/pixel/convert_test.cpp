@@ -87,7 +87,7 @@ TEST_P(Convert, MatchesReference) {
     vt::CheckOnRandomShapes(k);
     const vt::Shape large{1031, int((int64_t{17} << 20) / (int64_t{1031} * k.out * k.out_size)) + 1, 0, 0, false,
                           vt::Placement::End, 5};
-    vt::SameAsSse2 once;
+    vt::Runs once;
     EXPECT_TRUE(vt::CheckPixels(k, large, once));
 }
 INSTANTIATE_TEST_SUITE_P(AllConverters, Convert, ::testing::ValuesIn(Converters()), vt::kKernelName);

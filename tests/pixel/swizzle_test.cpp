@@ -1,16 +1,13 @@
-// Channel swizzles against the plain reorder at every instruction-set level: every export on
-// guarded planes, random shapes, sub-rectangles, random orders (repeats included), and the order
-// array on guarded memory.
+// Channel swizzles through the per-pixel table: every export, random shapes and sub-rectangles,
+// random orders (repeats included) and every order on one shape, the order array on guarded
+// memory; empty regions; streamed large destinations.
 #include <cstring>
 #include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "reference/swizzle.h"
-#include "support/compare.h"
-#include "support/dispatch.h"
-#include "support/shapes.h"
+#include "support/pixel_table.h"
 #include "velmora/imaging.h"
 
 namespace {
@@ -66,13 +63,6 @@ std::vector<Kernel> AllKernels() {
     };
 }
 
-// Random bytes for integers, values with distinct bit patterns (never NaN) for floats.
-void FillSource(vt::GuardedPlane& p, int element_bytes, uint32_t seed) {
-    std::mt19937 rng(seed);
-    if (element_bytes == 4) p.FillRows<float>([&](int, int64_t) { return float(rng() % 100000) / 7.f; });
-    else p.FillRandomBytes(seed);
-}
-
 std::string Describe(const std::vector<int32_t>& order) {
     std::string out = "order";
     for (int32_t e : order) out += " " + std::to_string(e);
@@ -88,53 +78,27 @@ uint32_t RandomFill(const Kernel& k, std::mt19937& rng) {
     return bits;
 }
 
-
-// The elements of rows [y0, y0 + h) starting at element x0, packed.
-template <class T>
-std::vector<T> Region(const vt::GuardedPlane& p, int x0, int y0, int count, int h) {
-    std::vector<T> out;
-    for (int y = 0; y < h; ++y) out.insert(out.end(), p.RowAs<T>(y0 + y) + x0, p.RowAs<T>(y0 + y) + x0 + count);
-    return out;
-}
-
-template <class T>
-::testing::AssertionResult CheckCall(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order,
-                                     uint32_t fill_bits, int step_align) {
-    std::mt19937 rng(s.seed);
-    const int x0 = rng() % 2 ? 0 : int(rng() % 6), y0 = rng() % 2 ? 0 : int(rng() % 3);
-    const int w = s.width > 0 ? s.width : 0, h = s.height > 0 ? s.height : 0;
-    const int64_t e = k.element_bytes;
-    const int64_t src_row = (x0 + w) * k.src_channels * e, dst_row = (x0 + w) * k.dst_channels * e;
-    vt::GuardedPlane src(src_row, y0 + h, vt::StepFor(s, src_row, s.pad_src, step_align), s.placement, 1);
-    vt::GuardedPlane dst(dst_row, y0 + h, vt::StepFor(s, dst_row, s.pad_dst, step_align), s.placement, 1);
-    FillSource(src, k.element_bytes, s.seed);
-    FillSource(dst, k.element_bytes, s.seed ^ 0x5555u);
-    const vt::GuardedPlane& in = k.in_place ? dst : src;
-    const std::vector<T> source = Region<T>(in, x0 * k.src_channels, y0, w * k.src_channels, h);
-    T fill;
-    std::memcpy(&fill, &fill_bits, sizeof(T));
-    const auto want = ref::Swizzle<T>(source, w, h, k.src_channels, k.dst_channels, order.data(), fill);
-    const auto before = dst.Snapshot();
-    const auto src_before = src.Snapshot();
+// The export with one order (on guarded memory) and fill, as a row of the per-pixel table: channel
+// c takes source channel order[c], or the fill where a three-channel source grows to four and the
+// entry is 3 or more. Float sources have distinct bit patterns, never NaN. Steps are padded to a
+// multiple of `align` bytes.
+::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order, uint32_t fill_bits,
+                                 vt::Runs& runs, int align = 1) {
     const vt::GuardedArray<int32_t> guarded(order);
-    const StatusCode status = k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height,
-                                     guarded.data(), fill_bits);
-    if (status != StatusOk) return ::testing::AssertionFailure() << "status " << status;
-    if (!src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
-    const auto got = Region<T>(dst, x0 * k.dst_channels, y0, w * k.dst_channels, h);
-    auto match = vt::RowsMatch<T>([&](int y) { return &got[size_t(y) * w * k.dst_channels]; }, h,
-                                  int64_t(w) * k.dst_channels, want);
-    if (!match) return match;
-    if (auto r = dst.OnlyRegionChanged(before, x0 * k.dst_channels * e, y0, w * k.dst_channels * e, h); !r) return r;
-    return ::testing::AssertionSuccess();
-}
-
-// Steps are padded to a multiple of step_align bytes.
-::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s, const std::vector<int32_t>& order,
-                                 uint32_t fill_bits, int step_align = 1) {
-    if (k.element_bytes == 1) return CheckCall<uint8_t>(k, s, order, fill_bits, step_align);
-    if (k.element_bytes == 2) return CheckCall<uint16_t>(k, s, order, fill_bits, step_align);
-    return CheckCall<float>(k, s, order, fill_bits, step_align);
+    float fill;
+    if (k.element_bytes == 4) std::memcpy(&fill, &fill_bits, 4);
+    else fill = float(fill_bits & (k.element_bytes == 1 ? 0xFFu : 0xFFFFu));
+    vt::PixelKernel row{k.name, k.src_channels, k.dst_channels, k.element_bytes, k.element_bytes, k.in_place, true,
+                        [&](const void* src, int32_t ss, void* dst, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+                            EXPECT_EQ(k.call(src, ss, dst, ds, x, y, w, h, guarded.data(), fill_bits), StatusOk);
+                        },
+                        [&](const float* p, float* q) {
+                            for (int c = 0; c < k.dst_channels; ++c) q[c] = k.dst_channels > k.src_channels && order[c] >= 3 ? fill : p[order[c]];
+                        },
+                        0, 0, 0};
+    row.sample = [](std::mt19937& rng) { return float(rng() % 100000) / 7.f; };
+    row.align = align;
+    return vt::CheckPixels(row, s, runs);
 }
 
 class SwizzleExports : public ::testing::TestWithParam<Kernel> {};
@@ -150,7 +114,8 @@ TEST_P(SwizzleExports, MatchesReferenceOnRandomShapesAndOrders) {
         for (int32_t& e : order) e = int32_t(rng() % top);
         SCOPED_TRACE(Describe(order));
         const uint32_t fill = RandomFill(k, rng);
-        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill)); });
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill, runs)); });
     }
 }
 
@@ -171,7 +136,8 @@ TEST_P(SwizzleExports, EveryOrderMatchesReference) {
         s.pad_src = 8;
         s.pad_dst = 3;
         const uint32_t fill = RandomFill(k, rng);
-        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill)); });
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill, runs)); });
     }
 }
 
@@ -188,15 +154,14 @@ TEST_P(SwizzleExports, EmptyRegionsTouchNothingAndReadNoOrder) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, SwizzleExports, ::testing::ValuesIn(AllKernels()),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, SwizzleExports, ::testing::ValuesIn(AllKernels()), vt::kKernelName);
 
 // Destinations of 16 MiB or more take streaming stores from their first 16-byte aligned pixel
 // on, when the step keeps that alignment: such regions, starting anywhere, still match.
 TEST(SwizzleLarge, StreamedRegionsMatchReference) {
     std::mt19937 rng(9);
     for (const Kernel& k : AllKernels()) {
-        if (k.element_bytes != 1 || k.in_place) continue;
+        if (k.element_bytes != 1 || k.in_place || k.src_channels == k.dst_channels) continue;  // both store widths
         SCOPED_TRACE(k.name);
         vt::Shape s{4099, 0};
         s.height = int((int64_t{17} << 20) / (int64_t{s.width} * k.dst_channels) + 1);
@@ -208,7 +173,8 @@ TEST(SwizzleLarge, StreamedRegionsMatchReference) {
         for (int32_t& e : order) e = int32_t(rng() % (k.dst_channels > k.src_channels ? 5 : k.src_channels));
         SCOPED_TRACE(vt::Describe(s) + " " + Describe(order));
         const uint32_t fill = RandomFill(k, rng);
-        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill, 16)); });
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, order, fill, runs, 16)); });
     }
 }
 

@@ -94,7 +94,15 @@ inline float Element(const GuardedPlane& p, int size, bool blocked, int n, int y
     return size == 1 ? float(p.Row(y)[i]) : size == 2 ? float(p.RowAs<uint16_t>(y)[i]) : p.RowAs<float>(y)[i];
 }
 
-inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape& s, SameAsSse2& same) {
+// What the runs of one shape share across levels: the reference's result (every level gets the
+// same inputs) and the SSE2 body's bytes.
+struct Runs {
+    SameAsSse2 same;
+    std::vector<float> want;
+    bool reference_done = false;
+};
+
+inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape& s, Runs& runs) {
     std::mt19937 rng(s.seed);
     const int x0 = k.sub_rect ? int(rng() % 4) : 0, y0 = k.sub_rect ? int(rng() % 3) : 0;
     // The overrun pixels of a block are checked like the region's.
@@ -107,8 +115,8 @@ inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape&
     dst.FillRandomBytes(s.seed);
     if (k.in_size == 4) in.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
     if (!k.in_place && k.out_size == 4) dst.FillRows<float>([&](int, int64_t) { return Sample(k, rng); });
-    std::vector<float> want;
-    for (int y = y0; y < y0 + h; ++y)
+    std::vector<float>& want = runs.want;
+    for (int y = y0; y < y0 + h && !runs.reference_done; ++y)
         for (int x = x0; x < x0 + wb; ++x) {
             float pin[4], pout[4];
             for (int c = 0; c < k.in; ++c) pin[c] = Element(in, k.in_size, k.blocked_in, k.in, y, x, c);
@@ -116,6 +124,7 @@ inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape&
             k.reference(pin, pout);
             want.insert(want.end(), pout, pout + k.out);
         }
+    runs.reference_done = true;
     const auto before = dst.Snapshot(), src_before = src.Snapshot();
     k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height);
     if (!k.in_place && !src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
@@ -129,7 +138,7 @@ inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape&
                 const bool ok = k.tolerance == 0 ? Same(got, expect, k.ulps) : std::fabs(got - expect) <= bound;
                 if (!ok) return ::testing::AssertionFailure() << "row " << y << " pixel " << x << " lane " << c << ": got " << got << ", want " << expect;
             }
-    return same(dst);
+    return runs.same(dst);
 }
 
 // The row's export on random shapes (and any extra ones), each at every level.
@@ -138,8 +147,8 @@ inline void CheckOnRandomShapes(const PixelKernel& k, std::vector<Shape> extra =
     shapes.insert(shapes.end(), extra.begin(), extra.end());
     for (const Shape& s : shapes) {
         SCOPED_TRACE(Describe(s));
-        SameAsSse2 same;
-        ForEachLevel([&] { ASSERT_TRUE(CheckPixels(k, s, same)); });
+        Runs runs;
+        ForEachLevel([&] { ASSERT_TRUE(CheckPixels(k, s, runs)); });
     }
 }
 

@@ -12,9 +12,7 @@
 #include <vector>
 
 #include "reference/curves.h"
-#include "support/compare.h"
-#include "support/dispatch.h"
-#include "support/shapes.h"
+#include "support/pixel_table.h"
 #include "velmora/imaging.h"
 
 namespace {
@@ -85,66 +83,36 @@ std::vector<float> RandomTable(const Kernel& k, double param, std::mt19937& rng)
     return entries;
 }
 
-// Source samples: any 16-bit code; floats mostly in [0, 1] with excursions both ways and NaN.
-template <class T>
-T RandomSample(std::mt19937& rng) {
-    if constexpr (std::is_same_v<T, uint16_t>) {
-        return T(rng());
-    } else {
-        const uint32_t r = rng() % 64;
-        if (r == 0) return std::numeric_limits<float>::quiet_NaN();
-        if (r == 1) return 1.5f;
-        if (r == 2) return -0.25f;
-        if (r == 3) return 1.f;
-        return float(rng() % 100001) / 100000.f;
-    }
+// Float samples mostly in [0, 1] with excursions both ways and NaN (16-bit sources: any code).
+float RandomSample(std::mt19937& rng) {
+    const uint32_t r = rng() % 64;
+    if (r == 0) return std::numeric_limits<float>::quiet_NaN();
+    if (r == 1) return 1.5f;
+    if (r == 2) return -0.25f;
+    if (r == 3) return 1.f;
+    return float(rng() % 100001) / 100000.f;
 }
 
-
-template <class T>
-::testing::AssertionResult CheckCall(const Kernel& k, const vt::Shape& s, const std::vector<float>& table,
-                                     double param, vt::Placement table_placement) {
-    std::mt19937 rng(s.seed);
-    const int x0 = rng() % 2 ? 0 : int(rng() % 5), y0 = rng() % 2 ? 0 : int(rng() % 3);
-    const int w = s.width > 0 ? s.width : 0, h = s.height > 0 ? s.height : 0;
-    const int64_t row = int64_t(x0 + w) * k.channels * int64_t(sizeof(T));
-    vt::GuardedPlane src(row, y0 + h, vt::StepFor(s, row, s.pad_src, 1), s.placement, 1);
-    vt::GuardedPlane dst(row, y0 + h, vt::StepFor(s, row, s.pad_dst, 1), s.placement, 1);
-    src.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
-    dst.FillRows<T>([&](int, int64_t) { return RandomSample<T>(rng); });
-    const vt::GuardedPlane& in = k.in_place ? dst : src;
-
-    // The expected region, sample by sample.
-    const int64_t count = int64_t(w) * k.channels;
-    std::vector<T> want;
-    for (int y = 0; y < h; ++y)
-        for (int64_t i = 0; i < count; ++i) {
-            const T x = in.RowAs<T>(y0 + y)[x0 * k.channels + i];
-            const int c = int(i % k.channels);
-            if (k.keep_alpha && c == 3) want.push_back(dst.RowAs<T>(y0 + y)[x0 * k.channels + i]);
-            else if constexpr (std::is_same_v<T, uint16_t>) want.push_back(ref::Curve16(x, table.data(), int32_t(param)));
-            else if (k.four_curves) want.push_back(ref::Curve4(x, c, table.data(), float(param)));
-            else want.push_back(ref::Curve32(x, table.data(), float(param)));
-        }
-
-    const int64_t x0_bytes = x0 * k.channels * int64_t(sizeof(T)), region_bytes = count * int64_t(sizeof(T));
-    const auto before = dst.Snapshot();
-    const auto src_before = src.Snapshot();
-    const vt::GuardedArray<float> guarded(table, table_placement);
-    const StatusCode status =
-        k.call(src.data(), src.step(), dst.data(), dst.step(), x0, y0, s.width, s.height, guarded.data(), param);
-    if (status != StatusOk) return ::testing::AssertionFailure() << "status " << status;
-    if (!src.Unchanged(src_before)) return ::testing::AssertionFailure() << "source written";
-    auto match = vt::RowsMatch<T>([&](int y) { return dst.RowAs<T>(y0 + y) + x0 * k.channels; }, h, count, want);
-    if (!match) return match;
-    if (auto r = dst.OnlyRegionChanged(before, x0_bytes, y0, region_bytes, h); !r) return r;
-    return ::testing::AssertionSuccess();
-}
-
+// The export with one table (on guarded memory) and parameter as a row of the per-pixel table.
 ::testing::AssertionResult Check(const Kernel& k, const vt::Shape& s, const std::vector<float>& table, double param,
-                                 vt::Placement table_placement = vt::Placement::End) {
-    if (k.is_float) return CheckCall<float>(k, s, table, param, table_placement);
-    return CheckCall<uint16_t>(k, s, table, param, table_placement);
+                                 vt::Runs& runs, vt::Placement table_placement = vt::Placement::End) {
+    const vt::GuardedArray<float> guarded(table, table_placement);
+    const int size = k.is_float ? 4 : 2;
+    vt::PixelKernel row{k.name, k.channels, k.channels, size, size, k.in_place, true,
+                        [&](const void* src, int32_t ss, void* dst, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
+                            EXPECT_EQ(k.call(src, ss, dst, ds, x, y, w, h, guarded.data(), param), StatusOk);
+                        },
+                        [&](const float* p, float* q) {
+                            for (int c = 0; c < k.channels; ++c)
+                                if (!(k.keep_alpha && c == 3))
+                                    q[c] = !k.is_float ? ref::Curve16(uint16_t(p[c]), table.data(), int32_t(param))
+                                           : k.four_curves ? ref::Curve4(p[c], c, table.data(), float(param))
+                                                           : ref::Curve32(p[c], table.data(), float(param));
+                        },
+                        0, 0, 0};
+    row.sample = RandomSample;
+    row.align = 1;
+    return vt::CheckPixels(row, s, runs);
 }
 
 class CurveExports : public ::testing::TestWithParam<Kernel> {};
@@ -162,12 +130,12 @@ TEST_P(CurveExports, MatchesReferenceOnRandomShapesAndTables) {
         SCOPED_TRACE("param " + std::to_string(param));
         const std::vector<float> table = RandomTable(k, param, rng);
         const auto placement = rng() % 4 ? vt::Placement::End : vt::Placement::Start;
-        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, table, param, placement)); });
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, table, param, runs, placement)); });
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, CurveExports, ::testing::ValuesIn(AllKernels()),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, CurveExports, ::testing::ValuesIn(AllKernels()), vt::kKernelName);
 
 // Code 65535 sits at position n and reads the entry after the last interval: poisoning that
 // entry with NaN shows through the top code (the clamp sends NaN to 0) where the position is
@@ -199,7 +167,8 @@ TEST(CurveExportsLarge, StreamedFloatRowsMatchReference) {
         if (std::string(k.name) != "32f_C4R" && std::string(k.name) != "Curve4_C4IR") continue;
         SCOPED_TRACE(k.name);
         const std::vector<float> table = RandomTable(k, 1023.75, rng);
-        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, table, 1023.75)); });
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(Check(k, s, table, 1023.75, runs)); });
     }
 }
 

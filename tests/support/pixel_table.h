@@ -41,6 +41,8 @@ struct PixelKernel {
     int64_t ulps = 0;
     float (*sample)(std::mt19937&) = nullptr;  // float source values instead of [lo, hi)
     int align = 4;          // row alignment the export demands
+    // Instead of `reference`, where a pixel's result depends on where it is in the region.
+    std::function<void(const float*, float*, int x, int y)> reference_at = nullptr;
 };
 inline void PrintTo(const PixelKernel& k, std::ostream* os) { *os << k.name; }
 inline const auto kKernelName = [](const auto& info) { return info.param.name; };
@@ -121,7 +123,8 @@ inline ::testing::AssertionResult CheckPixels(const PixelKernel& k, const Shape&
             float pin[4], pout[4];
             for (int c = 0; c < k.in; ++c) pin[c] = Element(in, k.in_size, k.blocked_in, k.in, y, x, c);
             for (int c = 0; c < k.out; ++c) pout[c] = Element(dst, k.out_size, k.blocked_out, k.out, y, x, c);
-            k.reference(pin, pout);
+            if (k.reference_at) k.reference_at(pin, pout, x - x0, y - y0);
+            else k.reference(pin, pout);
             want.insert(want.end(), pout, pout + k.out);
         }
     runs.reference_done = true;

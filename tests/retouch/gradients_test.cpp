@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "reference/dehaze.h"
-#include "support/compare.h"
-#include "support/dispatch.h"
-#include "support/shapes.h"
+#include "support/pixel_table.h"
 #include "velmora/imaging.h"
 
 namespace {
@@ -21,10 +19,10 @@ struct Case {
     bool invert;
 };
 
-// Runs fill(dst, step, case) on a guarded plane at every instruction-set level and compares every
-// written float (the overrun included) with want(px, py, case), exactly or within an absolute
-// tolerance; each level must also give the SSE2 body's bits. Widths reach past two of the widest
-// vectors so that the wide bodies run their main loop and their four-float tail.
+// Random cases through the per-pixel table at every level: fill(dst, step, case) against
+// want(px, py, case) for every written float (the overrun to four included), exactly or within an
+// absolute tolerance. Widths reach past two of the widest vectors so that the wide bodies run
+// their main loop and their four-float tail.
 template <class Fill, class Want>
 void Check(uint32_t seed, Fill&& fill, Want&& want, float tolerance = 0.0f) {
     std::mt19937 rng(seed);
@@ -32,31 +30,20 @@ void Check(uint32_t seed, Fill&& fill, Want&& want, float tolerance = 0.0f) {
     const float shapes[] = {0.5f, 0.5000005f, 0.5001f, 0.0f, 1.0f, -0.3f, 1.4f};
     for (int i = 0; i < vt::Scaled(150); ++i) {
         const int32_t width = int32_t(rng() % 3 ? rng() % 23 : rng() % 90);
-        Case c{{int32_t(rng() % 50) - 10, int32_t(rng() % 30) - 5, width, int32_t(rng() % 6)},
-               {uni(-20, 60), uni(-20, 40)}, {uni(-20, 60), uni(-20, 40)},
-               rng() % 2 ? shapes[rng() % 7] : uni(0, 1), rng() % 2 == 0};
-        const int w = c.region[2], h = c.region[3];
-        const int64_t row_bytes = vt::RowBytes(w, 4, 4);
-        vt::Shape s;
-        s.pad_dst = int(rng() % 3) * 4;
-        SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h << " shape " << c.shape << " invert " << c.invert);
-        std::vector<float> sse2;
-        vt::ForEachLevel([&] {
-            vt::GuardedPlane dst(row_bytes, h, vt::StepFor(s, row_bytes, s.pad_dst, 4), vt::Placement::End, 4);
-            const auto before = dst.Snapshot();
-            fill(dst.As<float>(), dst.step(), c);
-            EXPECT_TRUE(dst.OnlyRowsChanged(before, row_bytes));
-            std::vector<float> got;
-            for (int y = 0; y < h; ++y)
-                for (int x = 0; x < row_bytes / 4; ++x) {
-                    got.push_back(dst.RowAs<float>(y)[x]);
-                    const float expect = want(float(c.region[0] + x), float(c.region[1] + y), c);
-                    ASSERT_TRUE(tolerance > 0 ? std::fabs(got.back() - expect) <= tolerance : vt::Same(got.back(), expect, 0))
-                        << "pixel " << x << "," << y << ": got " << got.back() << ", want " << expect;
-                }
-            if (sse2.empty()) sse2 = got;
-            for (size_t k = 0; k < got.size(); ++k) ASSERT_TRUE(vt::Same(got[k], sse2[k], 0)) << "float " << k << " differs from SSE2";
-        });
+        const Case c{{int32_t(rng() % 50) - 10, int32_t(rng() % 30) - 5, width, int32_t(rng() % 6)},
+                     {uni(-20, 60), uni(-20, 40)}, {uni(-20, 60), uni(-20, 40)},
+                     rng() % 2 ? shapes[rng() % 7] : uni(0, 1), rng() % 2 == 0};
+        const vt::Shape s{c.region[2], c.region[3], 0, int(rng() % 3) * 4, false, vt::Placement::End, uint32_t(rng())};
+        SCOPED_TRACE(testing::Message() << "case " << i << ": " << vt::Describe(s) << " shape " << c.shape << " invert " << c.invert);
+        vt::PixelKernel row{"", 0, 1, 4, 4, false, false,
+                            [&](const void*, int32_t, void* dst, int32_t ds, int32_t, int32_t, int32_t, int32_t) {
+                                fill(static_cast<float*>(dst), ds, c);
+                            },
+                            nullptr, tolerance, 0, 0};
+        row.block = 4;
+        row.reference_at = [&](const float*, float* d, int x, int y) { d[0] = want(float(c.region[0] + x), float(c.region[1] + y), c); };
+        vt::Runs runs;
+        vt::ForEachLevel([&] { ASSERT_TRUE(vt::CheckPixels(row, s, runs)); });
     }
 }
 

@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "reference/linearize.h"
-#include "support/compare.h"
-#include "support/shapes.h"
+#include "support/pixel_table.h"
 #include "velmora/imaging.h"
 
 namespace {
@@ -70,53 +69,44 @@ std::vector<float> RandomTable(int n, std::mt19937& rng) {
     return t;
 }
 
-// Calls the loader on the planes and compares every touched pixel (the row rounded up to the
-// block) with the reference computed from the same source bytes, overrun bytes included.
-::testing::AssertionResult LoadMatches(const Case& c, const vt::GuardedPlane& src, vt::GuardedPlane& dst, int width,
-                                       int height, const float* table, int n, const float* matrix) {
-    const ImageSize roi{width, height};
-    const auto before = dst.Snapshot();
-    if (c.call(src.data(), src.step(), dst.data(), dst.step(), &roi, table, n, matrix) != StatusOk)
-        return ::testing::AssertionFailure() << "status";
-    const int64_t touched_bytes = vt::RowBytes(width, c.block, DstPixelBytes(c));
-    if (auto r = dst.OnlyRowsChanged(before, touched_bytes); !r) return r;
-    const int touched = static_cast<int>(touched_bytes / DstPixelBytes(c));
-    for (int y = 0; y < height && touched > 0; ++y) {
-        ::testing::AssertionResult r = ::testing::AssertionSuccess();
-        if (c.words) {
-            const auto want = rl::LoadRowWords(src.Row(y), touched, c.layout, table, n, matrix);
-            r = vt::RowsMatch([&](int) { return dst.RowAs<const uint16_t>(y); }, 1, 4 * int64_t{touched}, want);
-        } else {
-            const auto want = rl::LoadRowFloat(src.Row(y), touched, c.layout, table, n, matrix);
-            r = vt::RowsMatch([&](int) { return dst.RowAs<const float>(y); }, 1, 4 * int64_t{touched}, want);
-        }
-        if (!r) return r << " (row " << y << ")";
-    }
-    return ::testing::AssertionSuccess();
-}
-
 class LinearizingLoader : public ::testing::TestWithParam<Case> {};
 
+// Each shape with its own table size, table and matrix (the table and matrix on guarded memory)
+// as a row of the per-pixel table: every touched pixel (the row rounded up to the block) against
+// the reference from the same source bytes, overrun bytes included.
 TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
     const Case& c = GetParam();
     const int table_sizes[] = {2, 256, 4096, 65536, 1021, 1022, 2049, 2050, 3};
     int index = 0;
     for (const vt::Shape& s : vt::RandomShapes(0x11ea, 40, 150, 5)) {
-        SCOPED_TRACE(vt::Describe(s));
         std::mt19937 rng(s.seed);
         const int n = table_sizes[index % std::size(table_sizes)];
-        SCOPED_TRACE(testing::Message() << "n " << n);
+        SCOPED_TRACE(testing::Message() << vt::Describe(s) << " n " << n);
         const vt::GuardedArray<float> table(RandomTable(n, rng));
-        const vt::GuardedArray<float> matrix(
-            std::vector<float>(index % 2 ? kMixing : kIdentity, (index % 2 ? kMixing : kIdentity) + 9));
-        ++index;
-        const int64_t src_row = vt::RowBytes(s.width, c.block, c.layout.pixel_bytes);
-        const int64_t dst_row = vt::RowBytes(s.width, c.block, DstPixelBytes(c));
-        const int src_align = SrcElementBytes(c), dst_align = c.words ? 2 : 4;
-        vt::GuardedPlane src(src_row, s.height, vt::StepFor(s, src_row, s.pad_src, src_align), s.placement, src_align);
-        vt::GuardedPlane dst(dst_row, s.height, vt::StepFor(s, dst_row, s.pad_dst, dst_align), s.placement, dst_align);
-        src.FillRandomBytes(s.seed);
-        EXPECT_TRUE(LoadMatches(c, src, dst, s.width, s.height, table.data(), n, matrix.data()));
+        const float* m = index++ % 2 ? kMixing : kIdentity;
+        const vt::GuardedArray<float> matrix(std::vector<float>(m, m + 9));
+        const int size = SrcElementBytes(c), elements = c.layout.pixel_bytes / size;
+        vt::PixelKernel row{c.name, elements, 4, size, c.words ? 2 : 4, false, false,
+                            [&](const void* src, int32_t ss, void* dst, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+                                const ImageSize roi{w, h};
+                                EXPECT_EQ(c.call(src, ss, dst, ds, &roi, table.data(), n, matrix.data()), StatusOk);
+                            },
+                            [&](const float* p, float* q) {
+                                uint8_t px[16];
+                                for (int e = 0; e < elements; ++e) {
+                                    const uint16_t code = uint16_t(p[e]);
+                                    if (size == 1) px[e] = uint8_t(code);
+                                    else std::memcpy(px + 2 * e, &code, 2);
+                                }
+                                const rl::Rgba v = rl::LoadPixel(px, c.layout, table.data(), n, matrix.data());
+                                const float lanes[4] = {v.r, v.g, v.b, v.a};
+                                for (int k = 0; k < 4; ++k) q[k] = c.words ? float(rl::ToWord(lanes[k])) : lanes[k];
+                            },
+                            0, 0, 0};
+        row.block = c.block;
+        row.align = size;
+        vt::Runs runs;
+        ASSERT_TRUE(vt::CheckPixels(row, s, runs));
     }
 }
 

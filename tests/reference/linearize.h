@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
 namespace ref::linearize {
 
@@ -80,24 +79,6 @@ inline uint16_t ToWord(float v) {
     if (!(v > 0.f)) v = 0.f;
     if (v > 1.f) v = 1.f;
     return static_cast<uint16_t>(std::nearbyint(v * 65535.f));
-}
-
-// `count` pixels of one source row as float RGBA (4 floats a pixel).
-inline std::vector<float> LoadRowFloat(const uint8_t* row, int count, const Layout& f, const float* table, int n,
-                                       const float* m) {
-    std::vector<float> out;
-    for (int x = 0; x < count; ++x) {
-        const Rgba v = LoadPixel(row + x * f.pixel_bytes, f, table, n, m);
-        out.insert(out.end(), {v.r, v.g, v.b, v.a});
-    }
-    return out;
-}
-
-inline std::vector<uint16_t> LoadRowWords(const uint8_t* row, int count, const Layout& f, const float* table, int n,
-                                          const float* m) {
-    std::vector<uint16_t> out;
-    for (float v : LoadRowFloat(row, count, f, table, n, m)) out.push_back(ToWord(v));
-    return out;
 }
 
 // The in-place 16-bit member on one pixel: optional direct table, the matrix on the codes,

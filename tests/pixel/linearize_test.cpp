@@ -92,8 +92,8 @@ TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
                                 EXPECT_EQ(c.call(src, ss, dst, ds, &roi, table.data(), n, matrix.data()), StatusOk);
                             },
                             [&](const float* p, float* q) {
-                                uint8_t px[16];
-                                for (int e = 0; e < elements; ++e) {
+                                uint8_t px[8];
+                                for (int e = 0; e < elements && e < 4; ++e) {
                                     const uint16_t code = uint16_t(p[e]);
                                     if (size == 1) px[e] = uint8_t(code);
                                     else std::memcpy(px + 2 * e, &code, 2);

@@ -34,10 +34,12 @@ struct Input {
     }
 };
 
-template <class T>
-Bytes AsBytes(const std::vector<T>& v) {
-    Bytes b(v.size() * sizeof(T));
-    std::memcpy(b.data(), v.data(), b.size());
+// Everything a job wrote, its output planes' bytes back to back.
+template <class... T>
+Bytes AsBytes(const std::vector<T>&... v) {
+    Bytes b(((v.size() * sizeof(T)) + ...));
+    uint8_t* at = b.data();
+    ((std::memcpy(at, v.data(), v.size() * sizeof(T)), at += v.size() * sizeof(T)), ...);
     return b;
 }
 
@@ -86,9 +88,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          Swizzle_8u_C4R(src.data(), in.w * 4, dst.data(), in.w * 4, 0, 0, in.w, in.h, order);
          std::vector<float> img = in.Floats(size_t(in.w) * in.h * 4), table = in.Floats(300);
          Curve_32f_C4IR(img.data(), in.w * 16, 0, 0, in.w, in.h, table.data(), 255.0f);
-         Bytes out = AsBytes(img);
-         out.insert(out.end(), dst.begin(), dst.end());
-         return out;
+         return AsBytes(img, dst);
      }},
     {"colour", [](uint32_t s) {
          Input in(s);
@@ -119,10 +119,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          BoxBlur_Rgba128F_SSE2(origin, stride * 16, box.data(), in.w * 16, &roi, r);
          FastGaussianBlur_Rgba128F_SSE2(origin, stride * 16, dst.data(), in.w * 16, &roi, r);
          XMImageGaussian5_Rgba128F_SSE2(in.w, in.h, dst.data(), in.w * 16, 0);
-         Bytes out = AsBytes(dst);
-         const Bytes b = AsBytes(box);
-         out.insert(out.end(), b.begin(), b.end());
-         return out;
+         return AsBytes(dst, box);
      }},
     {"gray-box+dehaze+gradient", [](uint32_t s) {
          Input in(s);
@@ -135,12 +132,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          const int32_t region[4] = {0, 0, in.w, in.h};
          const float c[2] = {10, 5}, radii[2] = {20, 9};
          ImageRadialGradient_Gray32F_SSE2_X4Y1(mask.data(), (in.w + 3) * 4, region, c, radii, 0.3f, 0.5f, 0, false, 2);
-         Bytes out = AsBytes(mean);
-         for (const auto* v : {&dark, &mask}) {
-             const Bytes b = AsBytes(*v);
-             out.insert(out.end(), b.begin(), b.end());
-         }
-         return out;
+         return AsBytes(mean, dark, mask);
      }},
     {"inpaint-blocks", [](uint32_t s) {
          // The deterministic building blocks (the minimiser's draws come from each thread's own generator).
@@ -153,10 +145,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          const std::vector<float> a = in.Floats(9 * 4), b = in.Floats(9 * 4);
          std::vector<float> d(4);
          _mm_storeu_ps(d.data(), DistancePatch3_Rgba128F_SSE2(&a[16], &b[16], 1, 3));
-         Bytes out = AsBytes(d);
-         out.insert(out.end(), src.begin(), src.end());
-         out.insert(out.end(), dst.begin(), dst.end());
-         return out;
+         return AsBytes(d, src, dst);
      }},
     {"resize+local-laplacian", [](uint32_t s) {
          Input in(s);
@@ -166,9 +155,7 @@ const std::vector<std::pair<const char*, std::function<Bytes(uint32_t)>>> kJobs 
          std::vector<float> img = in.Floats(size_t(in.w) * in.h * 4, 0.05f, 1.0f);
          const ImageSize roi{in.w, in.h};
          LocalLaplacian_Rgba128F(img.data(), in.w * 16, &roi, 0.5f, 0, 8);
-         Bytes out = AsBytes(img);
-         out.insert(out.end(), dst.begin(), dst.end());
-         return out;
+         return AsBytes(img, dst);
      }},
 };
 

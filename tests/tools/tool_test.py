@@ -12,9 +12,13 @@ failures = []
 
 def run(*args, ok=True, stdin=None):
     p = subprocess.run([velmora, *args], cwd=work, input=stdin, capture_output=True)
-    if (p.returncode == 0) != ok:
-        failures.append(f"velmora {' '.join(args)} exited {p.returncode}: {p.stderr.decode()[-300:]}")
+    fail_if((p.returncode == 0) != ok, f"velmora {' '.join(args)} exited {p.returncode}: {p.stderr.decode()[-300:]}")
     return p
+
+
+def fail_if(condition, message):
+    if condition:
+        failures.append(message)
 
 
 def path(name):
@@ -68,10 +72,8 @@ for name, colour in (("rgb", 2), ("grey", 0), ("ga", 4)):
     run("convert", f"{name}.png", f"{name}-out.png")
     run("develop", f"{name}.png", f"{name}-dev.png")
     for out in (f"{name}-out.png", f"{name}-dev.png"):
-        if decode_png(out)[2] != colour:
-            failures.append(f"{out} has colour type {decode_png(out)[2]}, its input {colour}")
-    if decode_png(f"{name}-out.png")[3] != decode_png(f"{name}.png")[3]:
-        failures.append(f"convert changed the pixels of {name}.png")
+        fail_if(decode_png(out)[2] != colour, f"{out} has colour type {decode_png(out)[2]}, its input {colour}")
+    fail_if(decode_png(f"{name}-out.png")[3] != decode_png(f"{name}.png")[3], f"convert changed the pixels of {name}.png")
 
 # The demo writes its scene and its developed picture. Developing with no amounts reproduces a
 # file exactly, at 8 bits and through a 16-bit detour (the sRGB and ProPhoto round trip is exact);
@@ -84,8 +86,7 @@ run("convert", "unchanged16.png", "unchanged8.png", "--bits", "8")
 scene = decode_png("velmora-demo.png")[3]
 if scene != decode_png("unchanged.png")[3] or scene != decode_png("unchanged8.png")[3]:
     failures.append("developing the demo scene with no amounts changed pixels")
-if scene == decode_png("velmora-demo-developed.png")[3]:
-    failures.append("the demo's developed picture is the unedited scene")
+fail_if(scene == decode_png("velmora-demo-developed.png")[3], "the demo's developed picture is the unedited scene")
 for bad in (("--contrast", "2"), ("--exposure", "abc"), ("--exposure", "nan"), ("--vibrance", "0.5")):
     run("develop", "velmora-demo.png", "x.png", *bad, ok=False)
 run("frobnicate", ok=False)
@@ -101,8 +102,7 @@ for bad in ("cut.jpg", "cut.png", "huge.png"):
         p = run(command, bad, "out.png", ok=False)
         if len(p.stderr.decode().strip().splitlines()) != 1 or not p.stderr.startswith(b"velmora: "):
             failures.append(f"{command} {bad}: stderr is not one 'velmora:' line: {p.stderr!r}")
-if set(os.listdir(work)) != before:
-    failures.append(f"failed runs left files: {set(os.listdir(work)) - before}")
+fail_if(set(os.listdir(work)) != before, f"failed runs left files: {set(os.listdir(work)) - before}")
 run("convert", "rgb.png", "no-such-dir/x.png", ok=False)
 run("convert", "rgb.png", "x.bmp", ok=False)
 
@@ -124,8 +124,7 @@ row = decode_png("vivid.png")[3][8]
 for i, p in enumerate(primaries):
     out = tuple(row[3 * (16 * i + 8) + c] for c in range(3))
     weak = [out[c] for c in range(3) if p[c] == 0]
-    if weak[0] != weak[1] or out[p.index(255)] < 200:
-        failures.append(f"developing {p} strongly gave {out}: the hue turned")
+    fail_if(weak[0] != weak[1] or out[p.index(255)] < 200, f"developing {p} strongly gave {out}: the hue turned")
 
 # Blurs: a flat picture stays flat (edges repeated, light averaged), radius 0 changes nothing,
 # a blur smooths a checkerboard, and bad radii or kinds are usage errors.
@@ -135,14 +134,12 @@ for kind in ("box", "gaussian"):
     if any(r != bytes((90, 140, 200) * W) for r in decode_png(f"flat-{kind}.png")[3]):
         failures.append(f"a {kind} blur of a flat picture is not flat")
 run("blur", "rgb.png", "same.png", "--radius=0")
-if decode_png("same.png")[3] != rgb:
-    failures.append("blur --radius 0 changed pixels")
+fail_if(decode_png("same.png")[3] != rgb, "blur --radius 0 changed pixels")
 checker = [bytes(255 * ((x + y) % 2) for x in range(W) for _ in range(3)) for y in range(H)]
 open(path("checker.png"), "wb").write(png(W, H, 2, checker))
 run("blur", "checker.png", "soft.png", "--radius", "3")
 jumps = lambda rows: sum(abs(r[i + 3] - r[i]) for r in rows for i in range(0, len(r) - 3, 3))
-if not jumps(decode_png("soft.png")[3]) < jumps(checker) / 20:
-    failures.append("blur --radius 3 did not smooth a checkerboard")
+fail_if(not jumps(decode_png("soft.png")[3]) < jumps(checker) / 20, "blur --radius 3 did not smooth a checkerboard")
 for bad in (("--radius", "-1"), ("--radius", "2.5"), ("--radius", "2", "--kind", "median"), ()):
     run("blur", "rgb.png", "bad.png", *bad, ok=False)
 
@@ -192,8 +189,7 @@ open(path("short.hsl"), "w").write("0 " * 23)
 open(path("bad.cube"), "w").write("LUT_3D_SIZE 3\n0 0 0\n")
 for option, bad in (("--hsl", "short.hsl"), ("--lut", "bad.cube"), ("--lut", "missing.cube")):
     p = run("develop", "rgb.png", "bad.png", option, bad, ok=False)
-    if len(p.stderr.decode().strip().splitlines()) != 1:
-        failures.append(f"{option} {bad}: not a one-line error: {p.stderr!r}")
+    fail_if(len(p.stderr.decode().strip().splitlines()) != 1, f"{option} {bad}: not a one-line error: {p.stderr!r}")
 
 # Resize: the size asked (or kept in proportion), 16-bit inputs too; local detail on odd sizes
 # raises the checkerboard's contrast less than nothing and keeps the picture's size.
@@ -226,15 +222,13 @@ for name in ("rect-healed.png", "mask-healed.png"):
     outside = all(healed[y][3 * x:3 * x + 3] == stripes[y][3 * x:3 * x + 3] for y in range(40) for x in range(64)
                   if not (26 <= x < 36 and 15 <= y < 23))
     err = sum(abs(a - b) for y in range(15, 23) for a, b in zip(healed[y][78:108], stripes[y][78:108])) / 240
-    if not outside or err > 12:
-        failures.append(f"heal {name}: outside kept {outside}, mean error in the hole {err:.1f}")
+    fail_if(not outside or err > 12, f"heal {name}: outside kept {outside}, mean error in the hole {err:.1f}")
 open(path("small-mask.png"), "wb").write(png(8, 8, 0, [bytes(8)] * 8))
 open(path("empty-mask.png"), "wb").write(png(64, 40, 0, [bytes(64)] * 40))
 for args in (("small-mask.png", "bad.png"), ("empty-mask.png", "bad.png"), ("bad.png", "--rect", "1,2,3"),
              ("bad.png", "--rect", "1,2,0,4"), ("missing.png", "bad.png")):
     run("heal", "stripes.png", *args, ok=False)
-if os.path.exists(path("bad.png")):
-    failures.append("a refused heal left bad.png behind")
+fail_if(os.path.exists(path("bad.png")), "a refused heal left bad.png behind")
 
 # Option forms, help, version, standard streams, TIFF at 16 bits, several inputs into a folder.
 run("convert", "rgb.png", "a16.png", "--bits=16")
@@ -242,22 +236,17 @@ run("convert", "rgb.png", "b16.png", "--bits", "8", "--bits", "16")
 if open(path("a16.png"), "rb").read() != open(path("b16.png"), "rb").read() or open(path("a16.png"), "rb").read()[24] != 16:
     failures.append("--bits=16 and a repeated --bits do not both give the 16-bit file")
 for args in (("convert", "--help"), ("help", "develop"), ("--version",)):
-    if not run(*args).stdout:
-        failures.append(f"velmora {' '.join(args)} printed nothing")
+    fail_if(not run(*args).stdout, f"velmora {' '.join(args)} printed nothing")
 usage = run("convert", "rgb.png", ok=False).stderr.decode().strip().splitlines()
-if len(usage) != 2 or "--help" not in usage[1]:
-    failures.append(f"a usage error should be one line and a pointer to --help: {usage}")
+fail_if(len(usage) != 2 or "--help" not in usage[1], f"a usage error should be one line and a pointer to --help: {usage}")
 piped = run("convert", "-", "-", "--quiet", stdin=open(path("rgb.png"), "rb").read()).stdout
-if piped != open(path("rgb-out.png"), "rb").read():
-    failures.append("convert - - differs from converting the file")
+fail_if(piped != open(path("rgb-out.png"), "rb").read(), "convert - - differs from converting the file")
 run("convert", "rgb.png", "deep.tif", "--bits", "16")
 run("convert", "deep.tif", "back.png", "--bits", "8")
-if decode_png("back.png")[3] != rgb:
-    failures.append("the 16-bit TIFF round trip changed pixels")
+fail_if(decode_png("back.png")[3] != rgb, "the 16-bit TIFF round trip changed pixels")
 os.makedirs(path("batch"))
 run("convert", "rgb.png", "grey.png", "--out-dir", "batch", "--format", "jpg", "--quiet")
-if sorted(os.listdir(path("batch"))) != ["grey.jpg", "rgb.jpg"]:
-    failures.append(f"--out-dir wrote {os.listdir(path('batch'))}")
+fail_if(sorted(os.listdir(path("batch"))) != ["grey.jpg", "rgb.jpg"], f"--out-dir wrote {os.listdir(path('batch'))}")
 
 print("\n".join(failures) or "all tool checks passed")
 sys.exit(1 if failures else 0)

@@ -17,12 +17,7 @@ namespace {
 
 using vt::GuardedPlane;
 
-struct Rng {
-    std::mt19937 g;
-    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(g); }
-    float Float(float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(g); }
-};
-
+using vt::Rng;
 // A guarded plane of w x h pixels of `c` elements of T with margins l, t, r, b around the region,
 // random contents (margins included), padding, row order and guard side.
 template <class T>

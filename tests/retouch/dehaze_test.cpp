@@ -16,12 +16,7 @@ namespace {
 
 using vt::GuardedPlane;
 
-struct Rng {
-    std::mt19937 g;
-    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(g); }
-    float Float(float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(g); }
-};
-
+using vt::Rng;
 // The region (w x h pixels of c elements) at (x, y) of a plane whose row 0 the kernels take.
 template <class T>
 struct RegionPlane : vt::MarginPlane<T> {

@@ -14,6 +14,13 @@
 
 namespace vt {
 
+// A generator with the two draws the tests make most.
+struct Rng {
+    std::mt19937 g;
+    int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(g); }
+    float Float(float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(g); }
+};
+
 struct Shape {
     int width = 0, height = 0;
     int pad_src = 0, pad_dst = 0;  // extra bytes at the end of each row, before alignment

@@ -16,21 +16,6 @@
 
 namespace {
 
-// A byte-level reference seen through the table's floats: elements of 1 or 2 bytes are codes,
-// of 4 bytes floats.
-void Put(uint8_t* p, int size, int c, float v) {
-    if (size == 1) p[c] = uint8_t(v);
-    else if (size == 2) { const uint16_t w = uint16_t(v); std::memcpy(p + 2 * c, &w, 2); }
-    else std::memcpy(p + 4 * c, &v, 4);
-}
-float Get(const uint8_t* p, int size, int c) {
-    if (size == 1) return p[c];
-    uint16_t w;
-    float f;
-    if (size == 2) return std::memcpy(&w, p + 2 * c, 2), float(w);
-    return std::memcpy(&f, p + 4 * c, 4), f;
-}
-
 // Float sources mix in-range values, exact rounding midpoints, out-of-range values and NaN/inf.
 float RandomFloat(std::mt19937& rng) {
     const uint32_t pick = rng() % 16;
@@ -43,16 +28,9 @@ float RandomFloat(std::mt19937& rng) {
 
 // Validating converters demand 16-byte aligned rows; the others accept any 4-byte aligned rows,
 // which exercises their unaligned loops. `block`: widths round up to this many pixels.
-vt::PixelKernel Row(const char* name, vt::Region call, void (*reference)(const uint8_t*, uint8_t*), int in, int in_size,
+vt::PixelKernel Row(const char* name, vt::Region call, void (*reference)(const float*, float*), int in, int in_size,
                     int out, int out_size, int block, bool validating = false) {
-    vt::PixelKernel k{name, in, out, in_size, out_size, false, false, std::move(call),
-                      [=](const float* s, float* d) {
-                          uint8_t a[16], b[16];
-                          for (int c = 0; c < in; ++c) Put(a, in_size, c, s[c]);
-                          reference(a, b);
-                          for (int c = 0; c < out; ++c) d[c] = Get(b, out_size, c);
-                      },
-                      0, 0, 0};
+    vt::PixelKernel k{name, in, out, in_size, out_size, false, false, std::move(call), reference, 0, 0, 0};
     k.block = block;
     k.sample = RandomFloat;
     k.align = validating ? 16 : 4;

@@ -10,30 +10,21 @@
 
 namespace {
 
+// A by-value parameter's bytes on the 32-bit stack: small integers, bools and floats take a whole
+// slot; a type not named here must be given its size.
 template <class T>
-struct Arg32;  // a by-value parameter type without a size here must be given one
-template <class T>
-struct Arg32<T*> : std::integral_constant<int, 4> {};
-template <>
-struct Arg32<int32_t> : std::integral_constant<int, 4> {};
-template <>
-struct Arg32<uint32_t> : std::integral_constant<int, 4> {};
-template <>
-struct Arg32<uint8_t> : std::integral_constant<int, 4> {};  // promoted to a whole slot
-template <>
-struct Arg32<float> : std::integral_constant<int, 4> {};
-template <>
-struct Arg32<bool> : std::integral_constant<int, 4> {};  // a bool takes a whole 32-bit stack slot
-template <>
-struct Arg32<double> : std::integral_constant<int, 8> {};
-template <>
-struct Arg32<ImageSize> : std::integral_constant<int, 8> {};
-template <>
-struct Arg32<ExposureParameter> : std::integral_constant<int, 20> {};
+constexpr int Arg32() {
+    if constexpr (std::is_pointer_v<T> || std::is_same_v<T, int32_t> || std::is_same_v<T, uint32_t> ||
+                  std::is_same_v<T, uint8_t> || std::is_same_v<T, float> || std::is_same_v<T, bool>)
+        return 4;
+    else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, ImageSize>) return 8;
+    else if constexpr (std::is_same_v<T, ExposureParameter>) return 20;
+    else static_assert(sizeof(T) == 0, "a parameter type without a stack size");
+}
 
 template <class R, class... Args>
 constexpr int ArgBlock32(R(VELMORA_CALL*)(Args...)) {
-    return (0 + ... + Arg32<std::remove_cv_t<Args>>::value);
+    return (0 + ... + Arg32<std::remove_cv_t<Args>>());
 }
 
 #define VELMORA_EXPORT(name, bytes) \

@@ -103,12 +103,12 @@ TEST(ExposureEtc, MatchesReferenceWithAndWithoutLocalMap) {
 }
 
 TEST(Saturation, MatchesReferenceInEveryVariant) {
-    // Saturation and vibrance each on, off, or just below the 1e-6 limit that turns them off.
-    const float values[] = {0.0f, 0.9e-06f, 0.6f, -0.45f};
+    // Saturation and vibrance each on, off, at the 1e-6 limit that turns them on or just below it.
+    const float values[] = {0.0f, 0.9e-06f, 1e-06f, 0.6f, -0.45f};
     int round = 0;
-    for (const Shape& s : vt::RandomShapes(604, 60)) {
-        const float saturation = values[round % 4], vibrance = values[(round / 4) % 4];
-        const bool with_map = (round / 16) % 2 == 1;
+    for (const Shape& s : vt::RandomShapes(604, 100)) {
+        const float saturation = values[round % 5], vibrance = values[(round / 5) % 5];
+        const bool with_map = (round / 25) % 2 == 1;
         ++round;
         SCOPED_TRACE(::testing::Message() << vt::Describe(s) << " saturation " << saturation << " vibrance " << vibrance
                                           << (with_map ? " with map" : ""));

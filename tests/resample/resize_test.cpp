@@ -63,6 +63,11 @@ TEST(Resize, RejectsBadPlanesTouchingNothing) {
     EXPECT_EQ(ImageResize_Bgra32(nullptr, src.g.step(), &ss, d, dst.g.step(), &ds), StatusInvalidParameter);
     EXPECT_EQ(ImageResize_Bgra32(s + 8, src.g.step(), &ss, d, dst.g.step(), &ds), StatusInvalidParameter);
     EXPECT_EQ(ImageResize_Bgra32(s, src.g.step(), &ss, d, 24, &ds), StatusInvalidParameter);
+    // An empty source or destination size is no work: StatusOk, nothing written.
+    for (const ImageSize& empty : {ImageSize{0, 4}, ImageSize{8, 0}})
+        EXPECT_EQ(ImageResize_Bgra32(s, src.g.step(), &empty, d, dst.g.step(), &ds), StatusOk);
+    const ImageSize no_width{0, 2};
+    EXPECT_EQ(ImageResize_Bgra32(s, src.g.step(), &ss, d, dst.g.step(), &no_width), StatusOk);
     EXPECT_TRUE(dst.g.Unchanged(before));
 }
 

@@ -2,11 +2,9 @@
 // guarded planes with its table on a guarded page sized exactly as documented (the extra entry
 // included), sub-rectangles, clamps on both sides, alpha kept where documented.
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <ostream>
-#include <type_traits>
 #include <random>
 #include <string>
 #include <vector>

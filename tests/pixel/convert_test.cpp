@@ -2,11 +2,9 @@
 // reference/convert.h, which perform the same single-precision operations and so must agree
 // exactly, every written byte (the region plus its documented block overrun) included; and the
 // validating converters' argument checks.
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
-#include <string>
 #include <tuple>
 #include <vector>
 

@@ -2,11 +2,9 @@
 // reference/srgb.h (special values included), and the formula's branch thresholds.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <ostream>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "reference/srgb.h"

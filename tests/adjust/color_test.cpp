@@ -390,6 +390,23 @@ TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
     ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(defaults, 32, &roi, nullptr, nullptr), StatusOk);
     EXPECT_EQ(std::memcmp(given, defaults, sizeof given), 0);
 
+    // The gradient map: unsorted stops, stops outside [0, 1], NaN; the 3D LUT: sizes, modes, nulls.
+    const float unsorted[8] = {0.6f, 0, 0, 0, 0.4f, 1, 1, 1}, outside[8] = {0, 0, 0, 0, 1.5f, 1, 1, 1}, nan[8] = {0, 0, 0, 0, NAN, 1, 1, 1};
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 0, &roi, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(nullptr, 32, &roi, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, nullptr, stops, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, nullptr, 5, 1), StatusInvalidParameter);
+    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, stops, 1, 1), StatusInvalidParameter);
+    for (const float* bad : {unsorted, outside, nan}) EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, bad, 2, 1), StatusInvalidParameter);
+    float lut_out[8] = {9, 9, 9, 9, 9, 9, 9, 9};
+    for (const auto& [n, interpolation, nodes] : {std::tuple{1, 0, cube}, std::tuple{257, 0, cube}, std::tuple{5, 2, cube},
+                                                   std::tuple{5, 0, static_cast<const float*>(nullptr)}})
+        EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(image, 32, lut_out, 32, &roi, nodes, n, interpolation), StatusInvalidParameter);
+    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(image, 0, lut_out, 32, &roi, cube, 5, 0), StatusInvalidParameter);
+    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(nullptr, 32, lut_out, 32, &roi, cube, 5, 0), StatusInvalidParameter);
+    EXPECT_EQ(std::memcmp(image, snapshot, sizeof image), 0);
+    EXPECT_EQ(std::vector<float>(lut_out, lut_out + 8), std::vector<float>(8, 9.0f));
+
     // MatrixMult: nulls, sizes below 1 and a result overlapping either factor; a and b may alias.
     float buf[24];
     for (int i = 0; i < 24; ++i) buf[i] = float(i % 7) - 2.5f;
@@ -418,21 +435,6 @@ TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
                 ASSERT_EQ(out[size_t(i * cols + j)], float(sum));
             }
     }
-}
-
-// The gradient map refuses what it documents and touches nothing.
-TEST(Colourise, TheGradientValidates) {
-    const std::vector<float> px = RandomPixels(40, 17, 0.02f, 1.0f);
-    const ImageSize roi{40, 1};
-    std::vector<float> image = px;
-    const float unsorted[8] = {0.6f, 0, 0, 0, 0.4f, 1, 1, 1}, outside[8] = {0, 0, 0, 0, 1.5f, 1, 1, 1}, nan[8] = {0, 0, 0, 0, NAN, 1, 1, 1};
-    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 0, &roi, stops, 5, 1), StatusInvalidParameter);
-    EXPECT_EQ(SSE_GradientColorize_Rgba128F(nullptr, 640, &roi, stops, 5, 1), StatusInvalidParameter);
-    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, nullptr, stops, 5, 1), StatusInvalidParameter);
-    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, nullptr, 5, 1), StatusInvalidParameter);
-    EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, stops, 1, 1), StatusInvalidParameter);
-    for (const float* bad : {unsorted, outside, nan}) EXPECT_EQ(SSE_GradientColorize_Rgba128F(image.data(), 640, &roi, bad, 2, 1), StatusInvalidParameter);
-    EXPECT_EQ(image, px);
 }
 
 // Zero amounts change no bit (identity curves: within a rounding step); the parametric curve is
@@ -510,20 +512,6 @@ TEST(Hsl, TwinsAgreeZeroBandsAndGreys) {
     Adjust_HSL_Rgba128F_SSE2(moved.data(), 1024, &g, hsl_bands);
     Adjust_HSL_Rgba128F_SSE2_Lut(moved.data(), 1024, &g, hsl_curves);
     EXPECT_EQ(moved, greys);
-}
-
-// The 3D LUT refuses what it documents and writes nothing.
-TEST(LookAndSelective, LutValidates) {
-    const std::vector<float> px = RandomPixels(200, 23, -0.1f, 1.1f);
-    const ImageSize roi{200, 1};
-    std::vector<float> untouched(px.size(), 9.0f);
-    for (const auto& [n, interpolation, nodes_ptr] : {std::tuple{1, 0, cube}, std::tuple{257, 0, cube}, std::tuple{5, 2, cube},
-                                                       std::tuple{5, 0, static_cast<const float*>(nullptr)}})
-        EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(px.data(), 3200, untouched.data(), 3200, &roi, nodes_ptr, n, interpolation),
-                  StatusInvalidParameter);
-    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(px.data(), 0, untouched.data(), 3200, &roi, cube, 5, 0), StatusInvalidParameter);
-    EXPECT_EQ(XMImage3DLut_Rgba128F_SSE2(nullptr, 3200, untouched.data(), 3200, &roi, cube, 5, 0), StatusInvalidParameter);
-    EXPECT_EQ(untouched, std::vector<float>(px.size(), 9.0f));
 }
 
 #if defined(VELMORA_TEST_LCMS2)  // native builds; cross builds have no Little CMS for the target

@@ -15,8 +15,8 @@
 
 namespace {
 
-// One export seen through a common signature; `param` is n for 16-bit kernels, the scale for
-// float ones. In-place exports ignore src and work on dst.
+// One export: its samples, and how it binds a table and its parameter (n for 16-bit kernels, the
+// scale for float ones) into a region call. In-place exports ignore src and work on dst.
 struct Kernel {
     const char* name;
     bool is_float;
@@ -24,45 +24,35 @@ struct Kernel {
     bool keep_alpha;  // the fourth sample of each pixel is never written
     bool four_curves;
     bool in_place;
-    std::function<StatusCode(const void*, int32_t, void*, int32_t, int32_t, int32_t, int32_t, int32_t, const float*,
-                             double)>
-        call;
+    vt::Region (*bind)(const float* table, double param);
 };
 
 void PrintTo(const Kernel& k, std::ostream* os) { *os << k.name; }
 
-template <class T, class P, class Fn>
-auto Region(Fn fn) {
-    return [fn](const void* s, int32_t ss, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h,
-                const float* t, double param) {
-        return fn(static_cast<const T*>(s), ss, static_cast<T*>(d), ds, x, y, w, h, t, static_cast<P>(param));
-    };
-}
-template <class T, class P, class Fn>
-auto InPlace(Fn fn) {
-    return [fn](const void*, int32_t, void* d, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h,
-                const float* t, double param) { return fn(static_cast<T*>(d), ds, x, y, w, h, t, static_cast<P>(param)); };
-}
+template <auto F, class P>
+vt::Region Src(const float* t, double param) { return vt::Matrix(F, t, static_cast<P>(param)); }
+template <auto F, class P>
+vt::Region Own(const float* t, double param) { return vt::MatrixInPlace(F, t, static_cast<P>(param)); }
 
 std::vector<Kernel> AllKernels() {
-    using U = uint16_t;
+    using I = int32_t;
     return {
-        {"16u_C1R", false, 1, false, false, false, Region<U, int32_t>(Curve_16u_C1R)},
-        {"16u_C1IR", false, 1, false, false, true, InPlace<U, int32_t>(Curve_16u_C1IR)},
-        {"16u_C3R", false, 3, false, false, false, Region<U, int32_t>(Curve_16u_C3R)},
-        {"16u_C3IR", false, 3, false, false, true, InPlace<U, int32_t>(Curve_16u_C3IR)},
-        {"16u_C4R", false, 4, false, false, false, Region<U, int32_t>(Curve_16u_C4R)},
-        {"16u_C4IR", false, 4, false, false, true, InPlace<U, int32_t>(Curve_16u_C4IR)},
-        {"16u_AC4R", false, 4, true, false, false, Region<U, int32_t>(Curve_16u_AC4R)},
-        {"16u_AC4IR", false, 4, true, false, true, InPlace<U, int32_t>(Curve_16u_AC4IR)},
-        {"32f_C1R", true, 1, false, false, false, Region<float, float>(Curve_32f_C1R)},
-        {"32f_C1IR", true, 1, false, false, true, InPlace<float, float>(Curve_32f_C1IR)},
-        {"32f_C3R", true, 3, false, false, false, Region<float, float>(Curve_32f_C3R)},
-        {"32f_C3IR", true, 3, false, false, true, InPlace<float, float>(Curve_32f_C3IR)},
-        {"32f_C4R", true, 4, false, false, false, Region<float, float>(Curve_32f_C4R)},
-        {"32f_C4IR", true, 4, false, false, true, InPlace<float, float>(Curve_32f_C4IR)},
-        {"Curve4_C4R", true, 4, false, true, false, Region<float, float>(Curve4_32f_C4R)},
-        {"Curve4_C4IR", true, 4, false, true, true, InPlace<float, float>(Curve4_32f_C4IR)},
+        {"16u_C1R", false, 1, false, false, false, Src<Curve_16u_C1R, I>},
+        {"16u_C1IR", false, 1, false, false, true, Own<Curve_16u_C1IR, I>},
+        {"16u_C3R", false, 3, false, false, false, Src<Curve_16u_C3R, I>},
+        {"16u_C3IR", false, 3, false, false, true, Own<Curve_16u_C3IR, I>},
+        {"16u_C4R", false, 4, false, false, false, Src<Curve_16u_C4R, I>},
+        {"16u_C4IR", false, 4, false, false, true, Own<Curve_16u_C4IR, I>},
+        {"16u_AC4R", false, 4, true, false, false, Src<Curve_16u_AC4R, I>},
+        {"16u_AC4IR", false, 4, true, false, true, Own<Curve_16u_AC4IR, I>},
+        {"32f_C1R", true, 1, false, false, false, Src<Curve_32f_C1R, float>},
+        {"32f_C1IR", true, 1, false, false, true, Own<Curve_32f_C1IR, float>},
+        {"32f_C3R", true, 3, false, false, false, Src<Curve_32f_C3R, float>},
+        {"32f_C3IR", true, 3, false, false, true, Own<Curve_32f_C3IR, float>},
+        {"32f_C4R", true, 4, false, false, false, Src<Curve_32f_C4R, float>},
+        {"32f_C4IR", true, 4, false, false, true, Own<Curve_32f_C4IR, float>},
+        {"Curve4_C4R", true, 4, false, true, false, Src<Curve4_32f_C4R, float>},
+        {"Curve4_C4IR", true, 4, false, true, true, Own<Curve4_32f_C4IR, float>},
     };
 }
 
@@ -96,10 +86,7 @@ float RandomSample(std::mt19937& rng) {
                                  vt::Runs& runs, vt::Placement table_placement = vt::Placement::End) {
     const vt::GuardedArray<float> guarded(table, table_placement);
     const int size = k.is_float ? 4 : 2;
-    vt::PixelKernel row{k.name, k.channels, k.channels, size, size, k.in_place, true,
-                        [&](const void* src, int32_t ss, void* dst, int32_t ds, int32_t x, int32_t y, int32_t w, int32_t h) {
-                            EXPECT_EQ(k.call(src, ss, dst, ds, x, y, w, h, guarded.data(), param), StatusOk);
-                        },
+    vt::PixelKernel row{k.name, k.channels, k.channels, size, size, k.in_place, true, k.bind(guarded.data(), param),
                         [&](const float* p, float* q) {
                             for (int c = 0; c < k.channels; ++c)
                                 if (!(k.keep_alpha && c == 3))

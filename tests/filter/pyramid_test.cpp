@@ -110,9 +110,9 @@ double LocalContrast(const GuardedPlane& p, int w, int h) {
     return sum / ((w - 2) * (h - 2));
 }
 
-// At every level: the remapping runs four, eight or sixteen lanes at a time by level (two pixels a
-// vector on AVX-512, odd widths ending on a single pixel), and every level gives the SSE2 body's
-// floats.
+// The properties hold at every level, and every level gives the SSE2 body's floats: the remapping
+// runs four, eight or sixteen lanes at a time by level (two pixels a vector on AVX-512, odd widths
+// ending on a single pixel).
 TEST(LocalLaplacian, AlphaZeroKeepsColourAndAlphaMovesLocalContrast) {
     for (const auto& [w, h] : {std::pair{1, 1}, std::pair{2, 3}, std::pair{7, 5}, std::pair{37, 23}, std::pair{64, 48}, std::pair{101, 7}}) {
         SCOPED_TRACE(testing::Message() << w << "x" << h);

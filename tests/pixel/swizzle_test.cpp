@@ -2,9 +2,9 @@
 // random orders (repeats included) and every order on one shape, the order array on guarded
 // memory; empty regions; streamed large destinations.
 #include <cstring>
-#include <type_traits>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/pixel_table.h"

@@ -90,27 +90,16 @@ struct Image {
             }
         before = plane.Snapshot();
     }
-    // Takes pixels written into the region after construction as the input.
-    void Refresh() {
-        packed = Region();
-        before = plane.Snapshot();
-    }
     float* data() const { return plane.As<float>(); }
     int32_t step() const { return plane.step(); }
     ImageSize roi() const { return {shape.width, shape.height}; }
 
-    // The reference on the packed copy of the region.
-    std::vector<float> Reference(const Params& a) const {
-        std::vector<float> want = packed;
-        if (shape.width > 0 && shape.height > 0)
-            ref::Develop(want.data(), shape.width * 16, shape.width, shape.height, a.ptr().data(), a.black);
-        return want;
-    }
-
-    // The region within tolerance of the reference, and nothing written outside the rows' groups.
+    // The region within tolerance of the reference (run on the packed copy of the region), and
+    // nothing written outside the rows' groups.
     ::testing::AssertionResult MatchesReference(const Params& a) const {
         if (shape.width <= 0 || shape.height <= 0) return plane.Unchanged(before);
-        const std::vector<float> want = Reference(a);
+        std::vector<float> want = packed;
+        ref::Develop(want.data(), shape.width * 16, shape.width, shape.height, a.ptr().data(), a.black);
         bool masked = false;
         for (const DevelopParameter& q : a.p) masked = masked || q.localMap != nullptr;
         for (int y = 0; y < shape.height; ++y) {

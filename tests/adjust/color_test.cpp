@@ -72,14 +72,16 @@ const float* const cube = [] {
     return nodes;
 }();
 
-// HSL bands (hue, saturation, luminance for the eight bands) and per-degree curves.
+// HSL bands (hue, saturation, luminance for the eight bands) and per-degree curves, the curves
+// against a guard page: reading past the last curve's 361st entry crashes.
 const float hsl_bands[24] = {0.3f, -0.2f, 0.5f, 0.1f, -0.6f, 0.4f, 0.0f, -0.3f, 0.5f, -0.4f, 0.2f, 0.6f,
                              -0.2f, 0.3f, -0.5f, 0.1f, -0.3f, 0.2f, 0.4f, -0.1f, 0.6f, -0.5f, 0.3f, 0.1f};
 const float* const hsl_curves = [] {
-    static float c[3 * 361];
+    std::vector<float> c(3 * 361);
     for (int j = 0; j < 3; ++j)
         for (int k = 0; k <= 360; ++k) c[361 * j + k] = 0.5f * std::sin((k % 360) * 0.0349066f * float(j + 1)) - 0.1f * float(j);
-    return c;
+    static const vt::GuardedArray<float> guarded(c);
+    return guarded.data();
 }();
 
 // An RGB-to-XYZ matrix and a white that are not the defaults.

@@ -85,6 +85,22 @@ TEST(SourceToDestination, ExposureAndBrightnessMatchReference) {
         }
 }
 
+// The one-pixel brightness at a luminance of exactly the lightness threshold takes the cube
+// root (its branches do not meet there, so the comparison's direction shows): red alone, with
+// Y = 0.2125 r hitting the threshold exactly.
+TEST(SourceToDestination, BrightnessAtTheThresholdTakesTheCubeRoot) {
+    float r = 0.008856452f / 0.2125f;
+    while (0.2125f * r < 0.008856452f) r = std::nextafter(r, 1.0f);
+    while (0.2125f * r > 0.008856452f) r = std::nextafter(r, 0.0f);
+    ASSERT_EQ(0.2125f * r, 0.008856452f);
+    ref::Pixel want = {r, 0, 0, 1};
+    ref::BrightnessScalar(want);
+    float px[4] = {r, 0, 0, 1}, out[4];
+    const ImageSize roi{1, 1};
+    ImageAdjustBrightness_Rgba128F(px, 16, out, 16, &roi, 0.0f);
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(out[c], want[c]) << "lane " << c;
+}
+
 TEST(ExposureEtc, MatchesReferenceWithAndWithoutLocalMap) {
     for (const Shape& s : vt::RandomShapes(603, 120)) {
         SCOPED_TRACE(vt::Describe(s));

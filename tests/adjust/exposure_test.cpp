@@ -55,8 +55,7 @@ void Check(const Shape& s, bool in_place, int align, int64_t ulps, Call&& call, 
     row.ulps = ulps;
     row.sample = sample;
     row.align = align;
-    vt::Runs runs;
-    vt::ForEachLevel([&] { ASSERT_TRUE(vt::CheckPixels(row, s, runs)); });
+    vt::CheckAtEveryLevel(row, s);
 }
 
 // The source-to-destination pairs at a random amount; the cube root is xsimd's exp(log(y) / 3)

@@ -42,8 +42,7 @@ void Check(uint32_t seed, Fill&& fill, Want&& want, float tolerance = 0.0f) {
                             nullptr, tolerance, 0, 0};
         row.block = 4;
         row.reference_at = [&](const float*, float* d, int x, int y) { d[0] = want(float(c.region[0] + x), float(c.region[1] + y), c); };
-        vt::Runs runs;
-        vt::ForEachLevel([&] { ASSERT_TRUE(vt::CheckPixels(row, s, runs)); });
+        vt::CheckAtEveryLevel(row, s);
     }
 }
 

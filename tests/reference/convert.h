@@ -7,15 +7,13 @@
 #include <cmath>
 #include <cstdint>
 
+#include "reference/srgb.h"  // Clamp01: NaN and negatives to 0
+
 namespace ref {
 
 inline constexpr float kInv255 = 1.0f / 255.0f;      // rounds to 0x3B808081
 inline constexpr float kInv65535 = 1.0f / 65535.0f;  // rounds to 0x37800080
 
-inline float Clamp01(float v) {
-    if (!(v > 0.0f)) return 0.0f;  // NaN and negatives
-    return v < 1.0f ? v : 1.0f;
-}
 // std::nearbyint rounds with the current mode, which is to-nearest-even by default.
 inline float ToByte(float v) { return std::nearbyint(Clamp01(v) * 255.0f); }
 inline float ToWord(float v) { return std::nearbyint(Clamp01(v) * 65535.0f); }

@@ -96,7 +96,7 @@ TEST_P(LinearizingLoader, MatchesReferenceOnRandomShapes) {
                                 }
                                 const rl::Rgba v = rl::LoadPixel(px, c.layout, table.data(), n, matrix.data());
                                 const float lanes[4] = {v.r, v.g, v.b, v.a};
-                                for (int k = 0; k < 4; ++k) q[k] = c.words ? float(rl::ToWord(lanes[k])) : lanes[k];
+                                for (int k = 0; k < 4; ++k) q[k] = c.words ? ref::ToWord(lanes[k]) : lanes[k];
                             },
                             0, 0, 0};
         row.block = c.block;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "reference/curves.h"
 #include "reference/lab.h"
 #include "reference/srgb.h"
 
@@ -125,13 +126,6 @@ struct Colourise {
     }
 };
 
-// The curve kernels' lookup at p = clamp(v, 0, 1) n (NaN at 0).
-inline float Lookup(float v, const float* t, float n) {
-    const float p = Clamp01(v) * n;
-    const int k = static_cast<int>(p);
-    return t[k] + (t[k + 1] - t[k]) * (p - static_cast<float>(k));
-}
-
 // Tone curves: mode 0 the master on R, G, B; 1 each channel's own table then the master (tables of
 // n + 2 floats back to back); 2 the curve on enc(Y) with the gain rule.
 struct ToneCurve {
@@ -141,11 +135,11 @@ struct ToneCurve {
     void operator()(const float* s, float* d) const {
         static const TableTransfer encode(true), decode(false);
         if (mode == 0)
-            for (int i = 0; i < 3; ++i) d[i] = Lookup(s[i], table, float(n));
+            for (int i = 0; i < 3; ++i) d[i] = Curve32(s[i], table, float(n));
         if (mode == 1)
-            for (int i = 0; i < 3; ++i) d[i] = Lookup(Lookup(s[i], table + i * (n + 2), float(n)), table + 3 * (n + 2), float(n));
+            for (int i = 0; i < 3; ++i) d[i] = Curve32(Curve32(s[i], table + i * (n + 2), float(n)), table + 3 * (n + 2), float(n));
         if (mode == 2) {
-            const float y = Colourise::Luma(s), target = decode(Lookup(encode(y), table, float(n)));
+            const float y = Colourise::Luma(s), target = decode(Curve32(encode(y), table, float(n)));
             const float gain = (target + 1.1920929e-07f) / (y + 1.1920929e-07f);
             for (int i = 0; i < 3; ++i) d[i] = s[i] * gain;
         }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "reference/srgb.h"  // Clamp01: NaN and negatives to 0
+
 namespace ref {
 
 // Linear interpolation in T at position p >= 0: T[k] and T[k + 1], k = trunc(p).
@@ -10,12 +12,6 @@ inline float CurveAt(const float* table, float p) {
     const int k = static_cast<int>(p);
     const float frac = p - static_cast<float>(k);
     return table[k] + (table[k + 1] - table[k]) * frac;
-}
-
-// [0, 1] with NaN sent to 0.
-inline float Clamp01(float v) {
-    v = v > 0.f ? v : 0.f;
-    return v < 1.f ? v : 1.f;
 }
 
 // A 16-bit code through a table of n intervals: code / 65535 spread over the n intervals, the

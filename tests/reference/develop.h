@@ -139,45 +139,38 @@ inline void Develop(float* image, int32_t step, int width, int height, const Dev
             auto has_global = [&](int k) { return !off(p[k]->amount); };
             auto has_local = [&](int k) { return p[k]->localMap != nullptr; };
             auto local = [&](int k) { return has_local(k) ? p[k]->localMap[i] : 0.0f; };
+            auto on = [&](int k) { return has_global(k) || has_local(k); };
+            // An adjustment's value: one(g) or one(l) where only one of them exists, else both(g, l).
+            auto pick = [&](int k, auto one, auto both) {
+                return !has_local(k) ? one(global(k)) : !has_global(k) ? one(local(k)) : both(global(k), local(k));
+            };
+            const auto same = [](float v) { return v; };
+            const auto one_plus = [](float v) { return 1.0f + v; };
+            const auto sum01 = [](float g, float l) { return Clamp01(g + l); };
             PixelAmounts a;
 
-            a.exposure = has_global(kExp) || has_local(kExp);
-            if (has_global(kExp) && !has_local(kExp)) {
-                a.exposure_factor = std::exp2(global(kExp));
-                a.exposure_cap = global(kExp) > 0 ? 1.0f : std::numeric_limits<float>::infinity();
-            } else if (has_global(kExp)) {
-                const float sum = global(kExp) + local(kExp);
-                const float stops = global(kExp) > 0 ? (sum < 5.0f ? sum : 5.0f) : (sum > -5.0f ? sum : -5.0f);
-                a.exposure_factor = std::exp2(stops);
-            } else {
-                a.exposure_factor = std::exp2(local(kExp));
-            }
+            a.exposure = on(kExp);
+            a.exposure_factor = std::exp2(pick(kExp, same, [](float g, float l) {
+                const float sum = g + l;
+                return g > 0 ? (sum < 5.0f ? sum : 5.0f) : (sum > -5.0f ? sum : -5.0f);
+            }));
+            if (!has_local(kExp)) a.exposure_cap = global(kExp) > 0 ? 1.0f : std::numeric_limits<float>::infinity();
 
-            a.brightness = has_global(kBri) || has_local(kBri);
-            if (!has_local(kBri)) a.brightness_exponent = std::exp2(-global(kBri));
-            else if (!has_global(kBri)) a.brightness_exponent = std::exp2(-local(kBri));
-            else a.brightness_exponent = std::exp2(-Clamp01(global(kBri) + local(kBri)));
-
-            a.contrast = has_global(kCon) || has_local(kCon);
-            if (!has_local(kCon)) a.contrast_amount = global(kCon);
-            else if (!has_global(kCon)) a.contrast_amount = local(kCon);
-            else a.contrast_amount = Clamp01(global(kCon) + local(kCon));
-
-            a.clarity = has_global(kCla) || has_local(kCla);
-            if (!has_local(kCla)) a.clarity_factor = 1.0f + global(kCla);
-            else if (!has_global(kCla)) a.clarity_factor = 1.0f + local(kCla);
-            else a.clarity_factor = Clamp(1.0f + global(kCla) + local(kCla), 0.0f, 2.0f);
+            a.brightness = on(kBri);
+            a.brightness_exponent = std::exp2(-pick(kBri, same, sum01));
+            a.contrast = on(kCon);
+            a.contrast_amount = pick(kCon, same, sum01);
+            a.clarity = on(kCla);
+            a.clarity_factor = pick(kCla, one_plus, [](float g, float l) { return Clamp(1.0f + g + l, 0.0f, 2.0f); });
 
             // Shadows and highlights: global amounts only, whatever their maps hold.
             a.tone = has_global(kSha) || has_global(kHig);
             a.shadows = p[kSha]->amount;
             a.highlights = p[kHig]->amount;
 
-            a.saturation = has_global(kSat) || has_local(kSat);
+            a.saturation = on(kSat);
             a.saturation_clamped = !has_local(kSat);
-            if (!has_local(kSat)) a.saturation_factor = 1.0f + global(kSat);
-            else if (!has_global(kSat)) a.saturation_factor = 1.0f + local(kSat);
-            else a.saturation_factor = Clamp01(local(kSat) + (1.0f + global(kSat)));
+            a.saturation_factor = pick(kSat, one_plus, [](float g, float l) { return Clamp01(l + (1.0f + g)); });
 
             float* px = row(y) + 4 * x;
             for (int c = 0; c < 4; ++c) px[c] -= black_level;

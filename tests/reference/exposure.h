@@ -8,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "reference/srgb.h"  // Clamp01: NaN and negatives to 0
+
 namespace ref {
 
 inline constexpr float kFloatEpsilon = 1.1920929e-07f;
@@ -23,11 +25,7 @@ inline float ClampStops(float e) { return std::min(std::max(e, -5.0f), 5.0f); }
 // Levels: (x - black) / (white - black) through a clamp that sends NaN to 0.
 inline void Levels(Pixel& p, float black, float white) {
     const float s = 1.0f / (white - black);
-    for (float& c : p) {
-        float v = (c - black) * s;
-        v = v > 0.0f ? v : 0.0f;
-        c = v < 1.0f ? v : 1.0f;
-    }
+    for (float& c : p) c = Clamp01((c - black) * s);
 }
 
 // ---- Brightness ----

@@ -26,16 +26,6 @@ struct Rgb {
     double r, g, b;
 };
 
-// Y takes the straight segment only for L* at or below epsilon itself, as the kernel does.
-inline Rgb LabToProPhoto(double l, double a, double b) {
-    const double fy = (l + 16) / 116, fx = a / 500 + fy, fz = fy - b / 200;
-    auto inverse = [](double f) { return f * f * f > kLabEpsilon ? f * f * f : (116 * f - 16) / kLabKappa; };
-    const double y = l > kLabEpsilon ? fy * fy * fy : l / kLabKappa;
-    const double x = kLabWhiteX * inverse(fx), z = kLabWhiteZ * inverse(fz);
-    return {1.3459433 * x - 0.2556075 * y - 0.0511118 * z, -0.5445989 * x + 1.5081673 * y + 0.0205351 * z,
-            1.2118129 * z};
-}
-
 // The same formulas from and to X, Y, Z with any white (x = X / Xn and so on); the textbook
 // inverse takes the cube for Y when L* > 8 instead of L* > epsilon.
 inline Lab LabFromXyz(double x, double y, double z, const double white[3]) {
@@ -48,5 +38,13 @@ inline Rgb XyzFromLab(double l, double a, double b, bool textbook) {
     const double y = l > (textbook ? 8.0 : kLabEpsilon) ? fy * fy * fy : l / kLabKappa;
     return {kLabWhiteX * inverse(fx), y, kLabWhiteZ * inverse(fz)};
 }
+
+// D50 X, Y, Z to linear ProPhoto. The kernels' own inverse takes the straight segment for Y only
+// at L* at or below epsilon itself: LabToProPhoto(l, a, b) is ProPhotoFromXyz(XyzFromLab(l, a, b, false)).
+inline Rgb ProPhotoFromXyz(const Rgb& x) {
+    return {1.3459433 * x.r - 0.2556075 * x.g - 0.0511118 * x.b, -0.5445989 * x.r + 1.5081673 * x.g + 0.0205351 * x.b,
+            1.2118129 * x.b};
+}
+inline Rgb LabToProPhoto(double l, double a, double b) { return ProPhotoFromXyz(XyzFromLab(l, a, b, false)); }
 
 }  // namespace ref

@@ -9,10 +9,9 @@
 #include <cstdint>
 #include <cstring>
 
-namespace ref::linearize {
+#include "reference/convert.h"  // kInv255, kInv65535; ToWord for the 16-bit destinations
 
-inline constexpr float kInv255 = 0.003921569f;
-inline constexpr float kInv65535 = 1.5259022e-05f;
+namespace ref::linearize {
 
 inline float Position(int code, int n, bool sixteen) {
     const float s = (static_cast<float>(n) - 1.0001f) * (sixteen ? kInv65535 : kInv255);
@@ -22,8 +21,7 @@ inline float Position(int code, int n, bool sixteen) {
 // True when the single-precision position of the top code reaches n - 1. Used by the tests to
 // tell the two kinds of table size apart.
 inline bool TopCodeReachesEnd(int n, bool sixteen) {
-    const float s = (static_cast<float>(n) - 1.0001f) * (sixteen ? kInv65535 : kInv255);
-    return static_cast<int>((sixteen ? 65535.f : 255.f) * s) > n - 2;
+    return static_cast<int>(Position(sixteen ? 65535 : 255, n, sixteen)) > n - 2;
 }
 
 inline float Transfer(const float* table, int n, int code, bool sixteen) {
@@ -72,13 +70,6 @@ inline Rgba LoadPixel(const uint8_t* px, const Layout& f, const float* table, in
     Rgba v = Multiply(m, r, g, b, a);
     if (f.premultiply) v = {v.r * a, v.g * a, v.b * a, a};
     return v;
-}
-
-// Float lane to a 16-bit code: clamp to [0, 1] with NaN to 0, x 65535, round half to even.
-inline uint16_t ToWord(float v) {
-    if (!(v > 0.f)) v = 0.f;
-    if (v > 1.f) v = 1.f;
-    return static_cast<uint16_t>(std::nearbyint(v * 65535.f));
 }
 
 // The in-place 16-bit member on one pixel: optional direct table, the matrix on the codes,

@@ -1,9 +1,9 @@
-// The develop pass against its scalar reference, on guarded planes: every combination of the six
-// unmasked flags, amounts at and around both off thresholds, local maps on each adjustment (maps
-// fenced by no-access pages too), black level, and the saturation-only loop.
+// The develop pass through the per-pixel table against its scalar reference: every combination of
+// the six unmasked flags, amounts at and around both off thresholds, local maps on each adjustment
+// (maps fenced by no-access pages too), black level, the saturation-only loop, and the three pixels
+// past the width that each row's last group rewrites with processed values.
 #include <cmath>
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -13,9 +13,7 @@
 
 #include "adjust/local_map.h"
 #include "reference/develop.h"
-#include "support/compare.h"
-#include "support/dispatch.h"
-#include "support/shapes.h"
+#include "support/pixel_table.h"
 #include "velmora/imaging.h"
 
 namespace {
@@ -31,97 +29,18 @@ const char* const kNames[7] = {"exposure", "brightness", "shadows", "highlights"
 constexpr float kRelTolerance = 1e-5f;
 constexpr float kAbsTolerance = 1e-6f;
 
-// Compares one row of count pixels; input holds the pixels before the call (as the reference got
-// them), black the level subtracted from them.
-::testing::AssertionResult Close(const float* got, const float* want, const float* input, int64_t count, float black) {
-    for (int64_t i = 0; i < count * 4; ++i) {
-        const float g = got[i], w = want[i];
-        if (std::isnan(g) && std::isnan(w)) continue;
-        const float* in = input + i / 4 * 4;
-        const float lum = std::fabs(0.28804f * (in[0] - black) + 0.711874f * (in[1] - black) + 8.6e-05f * (in[2] - black));
-        const float spread = std::max(1.0f, std::fabs(in[i % 4] - black) / (lum + 1e-7f));
-        const float tolerance = kAbsTolerance * spread + kRelTolerance * std::fabs(w);
-        const float error = std::fabs(g - w);
-        if (!(error <= tolerance))
-            return ::testing::AssertionFailure() << "pixel " << i / 4 << " lane " << i % 4 << ": got " << g << ", want "
-                                                 << w << " (tolerance " << tolerance << ", input " << in[0] << " " << in[1] << " " << in[2]
-                                                 << " " << in[3] << ")";
-    }
-    return ::testing::AssertionSuccess();
-}
-
 struct Params {
     DevelopParameter p[7] = {};
     float black = 0.0f;
-    std::array<const DevelopParameter*, 7> ptr() const { return {&p[0], &p[1], &p[2], &p[3], &p[4], &p[5], &p[6]}; }
+    const DevelopParameter* ptr[7] = {&p[0], &p[1], &p[2], &p[3], &p[4], &p[5], &p[6]};
+    Params() = default;
+    Params(const Params& o) { std::copy(o.p, o.p + 7, p), black = o.black; }
+    bool masked() const { return std::any_of(p, p + 7, [](const DevelopParameter& q) { return q.localMap != nullptr; }); }
 };
 
-// A RgbL128F image on a guarded plane: rows hold the region rounded up to four pixels (the pass's
-// overrun), the overrun and gaps keep random bytes, the region gets plausible linear pixels.
-struct Image {
-    vt::Shape shape;
-    vt::GuardedPlane plane;
-    std::vector<uint8_t> before;
-    std::vector<float> packed;  // the region's pixels, rows packed, as the reference's input
-
-    explicit Image(const vt::Shape& s)
-        : shape(s), plane(vt::RowBytes(s.width, 4, 16), s.height, vt::StepFor(s, vt::RowBytes(s.width, 4, 16), s.pad_dst),
-                          s.placement) {
-        plane.FillRandomBytes(s.seed);
-        std::mt19937 rng(s.seed ^ 0x5eed);
-        std::uniform_real_distribution<float> u(0.0f, 1.0f);
-        auto value = [&] {
-            switch (rng() % 16) {
-            case 0: return 0.0f;
-            case 1: return 1.0f;
-            case 2: return 1.0f + u(rng) * 0.5f;  // clipped highlights
-            case 3: return u(rng) * 0.004f;       // deep shadows, around the sRGB knee
-            default: return u(rng);
-            }
-        };
-        for (int y = 0; y < s.height; ++y)
-            for (int x = 0; x < s.width; ++x) {
-                float* px = plane.RowAs<float>(y) + 4 * x;
-                for (int c = 0; c < 3; ++c) px[c] = value();
-                const float lum = 0.28804f * px[0] + 0.711874f * px[1] + 8.6e-05f * px[2];
-                // The base is a smoothed luminance: near the pixel's own, sometimes far from it.
-                px[3] = rng() % 8 == 0 ? value() : lum * (0.7f + 0.6f * u(rng));
-                packed.insert(packed.end(), px, px + 4);
-            }
-        before = plane.Snapshot();
-    }
-    float* data() const { return plane.As<float>(); }
-    int32_t step() const { return plane.step(); }
-    ImageSize roi() const { return {shape.width, shape.height}; }
-
-    // The region within tolerance of the reference (run on the packed copy of the region), and
-    // nothing written outside the rows' groups.
-    ::testing::AssertionResult MatchesReference(const Params& a) const {
-        if (shape.width <= 0 || shape.height <= 0) return plane.Unchanged(before);
-        std::vector<float> want = packed;
-        ref::Develop(want.data(), shape.width * 16, shape.width, shape.height, a.ptr().data(), a.black);
-        bool masked = false;
-        for (const DevelopParameter& q : a.p) masked = masked || q.localMap != nullptr;
-        for (int y = 0; y < shape.height; ++y) {
-            const size_t at = size_t(y) * shape.width * 4;
-            auto r = Close(plane.RowAs<float>(y), want.data() + at, packed.data() + at, shape.width, masked ? a.black : 0.0f);
-            if (!r) return r << " in row " << y;
-        }
-        return plane.OnlyRowsChanged(before, vt::RowBytes(shape.width, 4, 16));
-    }
-
-    std::vector<float> Region() const {
-        std::vector<float> out;
-        for (int y = 0; y < shape.height; ++y)
-            out.insert(out.end(), plane.RowAs<float>(y), plane.RowAs<float>(y) + int64_t{shape.width} * 4);
-        return out;
-    }
-};
-
-StatusCode Develop(const Image& img, const Params& a) {
-    const ImageSize roi = img.roi();
-    return ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(img.data(), img.step(), &roi, &a.p[0], &a.p[1], &a.p[2], &a.p[3],
-                                                 &a.p[4], &a.p[5], &a.p[6], -1, 7, 0x1234, a.black, 3, -9, 0);
+StatusCode Develop(float* image, int32_t step, const ImageSize& roi, const Params& a) {
+    return ImageAdjust_RgbL128F_ProPhotoRGB_SSE2(image, step, &roi, &a.p[0], &a.p[1], &a.p[2], &a.p[3], &a.p[4], &a.p[5],
+                                                 &a.p[6], -1, 7, 0x1234, a.black, 3, -9, 0);
 }
 
 std::string Describe(const Params& a) {
@@ -132,15 +51,39 @@ std::string Describe(const Params& a) {
     return o.str();
 }
 
-// The pass at every level against the reference, each level giving the SSE2 body's bits.
+// Plausible linear values: exact 0 and 1, clipped highlights, deep shadows around the sRGB knee.
+float Value(std::mt19937& rng) {
+    std::uniform_real_distribution<float> u(0.0f, 1.0f);
+    switch (rng() % 16) {
+    case 0: return 0.0f;
+    case 1: return 1.0f;
+    case 2: return 1.0f + u(rng) * 0.5f;
+    case 3: return u(rng) * 0.004f;
+    default: return u(rng);
+    }
+}
+
+// The pass on shape s at every level, each level giving the SSE2 body's bits. The fourth lane
+// (the base) is drawn like the colours, so the detail y - b takes every size and sign.
 void DevelopsAtEveryLevel(const vt::Shape& s, const Params& a) {
-    vt::SameAsSse2 same;
-    vt::ForEachLevel([&] {
-        Image img(s);
-        ASSERT_EQ(Develop(img, a), StatusOk);
-        ASSERT_TRUE(img.MatchesReference(a));
-        ASSERT_TRUE(same(img.plane));
-    });
+    vt::PixelKernel row{"", 4, 4, 4, 4, true, false,
+                        [&](const void*, int32_t, void* d, int32_t ds, int32_t, int32_t, int32_t w, int32_t h) {
+                            EXPECT_EQ(Develop(static_cast<float*>(d), ds, {w, h}, a), StatusOk);
+                        },
+                        nullptr, 0, 0, 0};
+    row.block = 4;
+    row.sample = Value;
+    row.reference_at = [&](const float* p, float* q, int x, int y) {
+        std::copy(p, p + 4, q);
+        ref::Develop(q, a.ptr, a.black, x < s.width ? int64_t{y} * s.width + x : -1);
+    };
+    const float black = a.masked() ? a.black : 0.0f;  // the level is subtracted in the masked pass only
+    row.bound = [black](const float* in, int c, float want) {
+        const float lum = std::fabs(0.28804f * (in[0] - black) + 0.711874f * (in[1] - black) + 8.6e-05f * (in[2] - black));
+        const float spread = std::max(1.0f, std::fabs(in[c] - black) / (lum + 1e-7f));
+        return double(kAbsTolerance * spread + kRelTolerance * std::fabs(want));
+    };
+    vt::CheckAtEveryLevel(row, s);
 }
 
 const float kBelowFast = std::nextafter(0.0001f, 0.0f);
@@ -184,12 +127,6 @@ TEST(DevelopPass, EveryFlagCombinationMatchesReference) {
         }
 }
 
-// A random local plane in [-range, range], one value in eight 0.
-std::unique_ptr<vt::LocalMap> RandomMap(const vt::Shape& s, std::mt19937& rng, float range) {
-    std::uniform_real_distribution<float> u(-range, range);
-    return std::make_unique<vt::LocalMap>(s, rng, [&] { return rng() % 8 == 0 ? 0.0f : u(rng); });
-}
-
 float MaskedGlobal(std::mt19937& rng, int k) {
     switch (rng() % 6) {
     case 0: return 0.0f;
@@ -209,7 +146,9 @@ TEST(DevelopPass, LocalMapsOnEachAdjustmentMatchReference) {
         for (int k = 0; k < 7; ++k) {
             a.p[k].amount = MaskedGlobal(rng, k);
             if (k == mapped || rng() % 4 == 0) {
-                maps.push_back(RandomMap(s, rng, k == kExp ? 3.0f : 1.0f));
+                // Packed values in [-range, range], one in eight 0.
+                std::uniform_real_distribution<float> u(k == kExp ? -3.0f : -1.0f, k == kExp ? 3.0f : 1.0f);
+                maps.push_back(std::make_unique<vt::LocalMap>(s, rng, [&] { return rng() % 8 == 0 ? 0.0f : u(rng); }));
                 a.p[k].localMap = maps.back()->data();
             }
         }
@@ -223,16 +162,16 @@ TEST(DevelopPass, LocalMapsOnEachAdjustmentMatchReference) {
 // Amounts below a threshold cost nothing and change nothing: the call gives the bits of an amount
 // of 0. At the threshold the adjustment runs.
 TEST(DevelopPass, ThresholdsDecideWhatRuns) {
-    const vt::Shape s{37, 3};
-    Image base(s);
-    const std::vector<float> input = base.Region();
-    auto develop = [&](Params a) {
-        Image img(s);
-        EXPECT_EQ(Develop(img, a), StatusOk);
-        EXPECT_TRUE(img.MatchesReference(a));
-        return img.Region();
+    const int w = 37, h = 3;
+    std::mt19937 rng(5);
+    std::vector<float> input(size_t(w * h + 3) * 4);  // the last row's group rewrites 3 pixels past it
+    for (float& v : input) v = Value(rng);
+    auto develop = [&](const Params& a) {
+        std::vector<float> img = input;
+        EXPECT_EQ(Develop(img.data(), w * 16, {w, h}, a), StatusOk);
+        return img;
     };
-    std::vector<float> zeros(size_t(s.width) * s.height, 0.0f);
+    const std::vector<float> zeros(size_t(w) * h, 0.0f);
     for (bool masked : {false, true}) {
         Params off;
         if (masked) off.p[kSha].localMap = zeros.data();  // selects the masked pass, values unused

@@ -88,12 +88,11 @@ inline void DevelopPixel(float* px, const PixelAmounts& a) {
 
 }  // namespace develop_detail
 
-// The whole pass over a width x height region of an RgbL128F plane, in place.
-inline void Develop(float* image, int32_t step, int width, int height, const DevelopParameter* const p[7],
-                    float black_level) {
+// The pass on one pixel of an RgbL128F image, in place. `map_index` is the pixel's index in the
+// packed local maps, or -1 for a pixel past the width, where the pass loads no map value (0).
+inline void Develop(float* px, const DevelopParameter* const p[7], float black_level, int64_t map_index) {
     using namespace develop_detail;
     enum { kExp, kBri, kSha, kHig, kCon, kCla, kSat };
-    auto row = [&](int y) { return reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(image) + int64_t{y} * step); };
     bool masked = false;
     for (int i = 0; i < 7; ++i) masked |= p[i]->localMap != nullptr;
 
@@ -116,66 +115,56 @@ inline void Develop(float* image, int32_t step, int width, int height, const Dev
         a.contrast_amount = p[kCon]->amount;
         a.clarity_factor = 1.0f + p[kCla]->amount;
         a.saturation_factor = 1.0f + p[kSat]->amount;
-        const bool saturation_only = a.saturation && !a.exposure && !a.brightness && !a.tone && !a.contrast && !a.clarity;
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) {
-                float* px = row(y) + 4 * x;
-                if (!saturation_only) {
-                    DevelopPixel(px, a);
-                    continue;
-                }
-                const float lum = Luminance(px[0], px[1], px[2]);
-                for (int c = 0; c < 4; ++c) px[c] = lum + (px[c] - lum) * a.saturation_factor;
-            }
+        if (a.saturation && !a.exposure && !a.brightness && !a.tone && !a.contrast && !a.clarity) {
+            const float lum = Luminance(px[0], px[1], px[2]);  // the saturation-only loop
+            for (int c = 0; c < 4; ++c) px[c] = lum + (px[c] - lum) * a.saturation_factor;
+        } else {
+            DevelopPixel(px, a);
+        }
         return;
     }
 
     auto off = [](float v) { return std::fabs(v) < 1e-06f; };
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            const int64_t i = int64_t{y} * width + x;
-            // Global amount g (0 when off), local value l (0 without a map), and which exist.
-            auto global = [&](int k) { return off(p[k]->amount) ? 0.0f : p[k]->amount; };
-            auto has_global = [&](int k) { return !off(p[k]->amount); };
-            auto has_local = [&](int k) { return p[k]->localMap != nullptr; };
-            auto local = [&](int k) { return has_local(k) ? p[k]->localMap[i] : 0.0f; };
-            auto on = [&](int k) { return has_global(k) || has_local(k); };
-            // An adjustment's value: one(g) or one(l) where only one of them exists, else both(g, l).
-            auto pick = [&](int k, auto one, auto both) {
-                return !has_local(k) ? one(global(k)) : !has_global(k) ? one(local(k)) : both(global(k), local(k));
-            };
-            const auto same = [](float v) { return v; };
-            const auto one_plus = [](float v) { return 1.0f + v; };
-            const auto sum01 = [](float g, float l) { return Clamp01(g + l); };
-            PixelAmounts a;
+    // Global amount g (0 when off), local value l (0 without a map), and which exist.
+    auto global = [&](int k) { return off(p[k]->amount) ? 0.0f : p[k]->amount; };
+    auto has_global = [&](int k) { return !off(p[k]->amount); };
+    auto has_local = [&](int k) { return p[k]->localMap != nullptr; };
+    auto local = [&](int k) { return has_local(k) && map_index >= 0 ? p[k]->localMap[map_index] : 0.0f; };
+    auto on = [&](int k) { return has_global(k) || has_local(k); };
+    // An adjustment's value: one(g) or one(l) where only one of them exists, else both(g, l).
+    auto pick = [&](int k, auto one, auto both) {
+        return !has_local(k) ? one(global(k)) : !has_global(k) ? one(local(k)) : both(global(k), local(k));
+    };
+    const auto same = [](float v) { return v; };
+    const auto one_plus = [](float v) { return 1.0f + v; };
+    const auto sum01 = [](float g, float l) { return Clamp01(g + l); };
+    PixelAmounts a;
 
-            a.exposure = on(kExp);
-            a.exposure_factor = std::exp2(pick(kExp, same, [](float g, float l) {
-                const float sum = g + l;
-                return g > 0 ? (sum < 5.0f ? sum : 5.0f) : (sum > -5.0f ? sum : -5.0f);
-            }));
-            if (!has_local(kExp)) a.exposure_cap = global(kExp) > 0 ? 1.0f : std::numeric_limits<float>::infinity();
+    a.exposure = on(kExp);
+    a.exposure_factor = std::exp2(pick(kExp, same, [](float g, float l) {
+        const float sum = g + l;
+        return g > 0 ? (sum < 5.0f ? sum : 5.0f) : (sum > -5.0f ? sum : -5.0f);
+    }));
+    if (!has_local(kExp)) a.exposure_cap = global(kExp) > 0 ? 1.0f : std::numeric_limits<float>::infinity();
 
-            a.brightness = on(kBri);
-            a.brightness_exponent = std::exp2(-pick(kBri, same, sum01));
-            a.contrast = on(kCon);
-            a.contrast_amount = pick(kCon, same, sum01);
-            a.clarity = on(kCla);
-            a.clarity_factor = pick(kCla, one_plus, [](float g, float l) { return Clamp(1.0f + g + l, 0.0f, 2.0f); });
+    a.brightness = on(kBri);
+    a.brightness_exponent = std::exp2(-pick(kBri, same, sum01));
+    a.contrast = on(kCon);
+    a.contrast_amount = pick(kCon, same, sum01);
+    a.clarity = on(kCla);
+    a.clarity_factor = pick(kCla, one_plus, [](float g, float l) { return Clamp(1.0f + g + l, 0.0f, 2.0f); });
 
-            // Shadows and highlights: global amounts only, whatever their maps hold.
-            a.tone = has_global(kSha) || has_global(kHig);
-            a.shadows = p[kSha]->amount;
-            a.highlights = p[kHig]->amount;
+    // Shadows and highlights: global amounts only, whatever their maps hold.
+    a.tone = has_global(kSha) || has_global(kHig);
+    a.shadows = p[kSha]->amount;
+    a.highlights = p[kHig]->amount;
 
-            a.saturation = on(kSat);
-            a.saturation_clamped = !has_local(kSat);
-            a.saturation_factor = pick(kSat, one_plus, [](float g, float l) { return Clamp01(l + (1.0f + g)); });
+    a.saturation = on(kSat);
+    a.saturation_clamped = !has_local(kSat);
+    a.saturation_factor = pick(kSat, one_plus, [](float g, float l) { return Clamp01(l + (1.0f + g)); });
 
-            float* px = row(y) + 4 * x;
-            for (int c = 0; c < 4; ++c) px[c] -= black_level;
-            DevelopPixel(px, a);
-        }
+    for (int c = 0; c < 4; ++c) px[c] -= black_level;
+    DevelopPixel(px, a);
 }
 
 }  // namespace ref

@@ -56,18 +56,10 @@ std::vector<float> RandomKernel(Rng& rng, int size) {
     return k;
 }
 
-// Small shapes with the degenerate ones first: 0 and 1 in each direction.
+// Small shapes with the degenerate ones first, at every level.
 template <class Fn>
 void ForShapes(uint32_t seed, int count, Fn&& fn) {
-    vt::ForEachLevel([&] {
-        Rng rng{std::mt19937(seed)};
-        const int fixed[][2] = {{0, 3}, {3, 0}, {1, 1}, {1, 7}, {7, 1}, {2, 2}};
-        for (int i = 0; i < vt::Scaled(count) + 6; ++i) {
-            const int w = i < 6 ? fixed[i][0] : rng.Int(1, 23), h = i < 6 ? fixed[i][1] : rng.Int(1, 23);
-            SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h);
-            fn(rng, w, h);
-        }
-    });
+    vt::ForEachLevel([&] { vt::ForSizes(seed, count, 23, 23, fn); });
 }
 
 TEST(BoxBlurs, MatchReferenceReadingExactlyTheirMargins) {

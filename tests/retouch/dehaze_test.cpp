@@ -32,16 +32,14 @@ template <class T>
     return ::testing::AssertionSuccess();
 }
 
+// Random regions, the degenerate sizes first, at a random offset (x, y) into their planes.
 template <class Fn>
 void ForRegions(uint32_t seed, int count, Fn&& fn) {
-    Rng rng{std::mt19937(seed)};
-    const int fixed[][2] = {{0, 3}, {3, 0}, {1, 1}, {1, 9}, {9, 1}, {17, 2}};
-    for (int i = 0; i < vt::Scaled(count) + 6; ++i) {
-        const int w = i < 6 ? fixed[i][0] : rng.Int(1, 40), h = i < 6 ? fixed[i][1] : rng.Int(1, 30);
+    vt::ForSizes(seed, count, 40, 30, [&](Rng& rng, int w, int h) {
         const int x = rng.Int(0, 3), y = rng.Int(0, 2);
-        SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h << " at " << x << "," << y);
+        SCOPED_TRACE(testing::Message() << "at " << x << "," << y);
         fn(rng, x, y, w, h);
-    }
+    });
 }
 
 TEST(DarkChannels, EqualTheClippedWindowScan) {

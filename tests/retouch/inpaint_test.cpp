@@ -58,12 +58,10 @@ void FillPatchImage(Framed& p, std::mt19937& rng, int markers_percent) {
 }
 
 TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSizeAtEveryLevel) {
-    std::mt19937 rng(7);
-    const int fixed[][2] = {{1, 1}, {1, 6}, {6, 1}, {2, 2}, {3, 7}};
-    for (int i = 0; i < vt::Scaled(40) + 5; ++i) {
-        const int w = i < 5 ? fixed[i][0] : Pick(rng, 1, 24), h = i < 5 ? fixed[i][1] : Pick(rng, 1, 16);
+    vt::ForSizes(7, 40, 24, 16, [](vt::Rng& draw, int w, int h) {
+        std::mt19937& rng = draw.g;
         const int ps = Pick(rng, 0, 2) ? 4 : Pick(rng, 1, 5), o = (ps - 1) / 2;
-        SCOPED_TRACE(testing::Message() << "case " << i << ": " << w << "x" << h << " patch " << ps);
+        SCOPED_TRACE(testing::Message() << "patch " << ps);
         // Patch rows other than 4 shift left by ps pixels a row, so those need a wider left margin.
         const int l = o + (ps == 4 ? 0 : 3 * ps), t = o, r = 3 - o, b = 3 - o;
         Framed target(rng, w, h, l, t, r, b);
@@ -104,7 +102,7 @@ TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSizeAtEveryLevel)
             EXPECT_TRUE(source.g.Unchanged(before_s));
             EXPECT_TRUE(field.OnlyRowsChanged(before_f, int64_t{w} * 12));
         });
-    }
+    });
 }
 
 TEST(PatchMatch, TeamSweepsLowerTheTotalAndFindTheShiftOfAShiftedCopy) {
@@ -210,11 +208,8 @@ TEST(FloatPatchDistances, EqualTheirSumsOverTheirDivisors) {
 }
 
 TEST(DownscaleMasked, MatchesTheReferenceWithoutReadingTheLastRowOrColumn) {
-    std::mt19937 rng(9);
-    const int fixed[][2] = {{0, 0}, {1, 4}, {4, 1}, {2, 2}, {3, 3}, {5, 4}, {5, 7}};
-    for (int i = 0; i < vt::Scaled(80) + 7; ++i) {
-        const int w = i < 7 ? fixed[i][0] : Pick(rng, 2, 40), h = i < 7 ? fixed[i][1] : Pick(rng, 2, 30);
-        SCOPED_TRACE(testing::Message() << w << "x" << h);
+    vt::ForSizes(9, 80, 40, 30, [](vt::Rng& draw, int w, int h) {
+        std::mt19937& rng = draw.g;
         // Only columns 0 .. w-2 of rows 0 .. h-2 may be read: the plane holds exactly those.
         const int rw = std::max(w - 1, 0), rh = std::max(h - 1, 0);
         const int32_t step = (std::max(w, 1) + Pick(rng, 0, 2)) * 4;
@@ -232,7 +227,7 @@ TEST(DownscaleMasked, MatchesTheReferenceWithoutReadingTheLastRowOrColumn) {
         const auto want = ref::DownscaleMasked(src.data(), src.step(), w, h);
         EXPECT_TRUE(vt::RowsMatch([&](int y) { return dst.RowAs<uint32_t>(y); }, oh, ow, want));
         EXPECT_TRUE(dst.OnlyRowsChanged(before, int64_t{ow} * 4));
-    }
+    });
 }
 
 TEST(DownscaleMasked, TwelveHoleTapsOfSixteenStillGiveAColourThirteenTheMarker) {

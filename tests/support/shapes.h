@@ -63,6 +63,19 @@ inline std::vector<Shape> RandomShapes(uint32_t seed, int count, int max_width =
     return shapes;
 }
 
+// Region sizes for the neighbourhood kernels: the degenerate ones first (0 and 1 each way), then
+// `count` random ones up to max_w x max_h. fn(rng, w, h) draws the rest of its case from rng.
+template <class Fn>
+void ForSizes(uint32_t seed, int count, int max_w, int max_h, Fn&& fn) {
+    Rng rng{std::mt19937(seed)};
+    const int fixed[][2] = {{0, 3}, {3, 0}, {1, 1}, {1, 7}, {7, 1}, {2, 2}};
+    for (int i = 0; i < Scaled(count) + 6; ++i) {
+        const int w = i < 6 ? fixed[i][0] : rng.Int(1, max_w), h = i < 6 ? fixed[i][1] : rng.Int(1, max_h);
+        SCOPED_TRACE(::testing::Message() << "case " << i << ": " << w << "x" << h);
+        fn(rng, w, h);
+    }
+}
+
 inline std::string Describe(const Shape& s) {
     std::ostringstream o;
     o << "shape " << s.width << "x" << s.height << " pad " << s.pad_src << "/" << s.pad_dst

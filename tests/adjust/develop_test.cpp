@@ -2,9 +2,9 @@
 // the six unmasked flags, amounts at and around both off thresholds, local maps on each adjustment
 // (maps fenced by no-access pages too), black level, the saturation-only loop, and the three pixels
 // past the width that each row's last group rewrites with processed values.
-#include <cmath>
 #include <algorithm>
-#include <cstring>
+#include <array>
+#include <cmath>
 #include <memory>
 #include <random>
 #include <sstream>
@@ -32,9 +32,7 @@ constexpr float kAbsTolerance = 1e-6f;
 struct Params {
     DevelopParameter p[7] = {};
     float black = 0.0f;
-    const DevelopParameter* ptr[7] = {&p[0], &p[1], &p[2], &p[3], &p[4], &p[5], &p[6]};
-    Params() = default;
-    Params(const Params& o) { std::copy(o.p, o.p + 7, p), black = o.black; }
+    std::array<const DevelopParameter*, 7> ptr() const { return {&p[0], &p[1], &p[2], &p[3], &p[4], &p[5], &p[6]}; }
     bool masked() const { return std::any_of(p, p + 7, [](const DevelopParameter& q) { return q.localMap != nullptr; }); }
 };
 
@@ -75,7 +73,7 @@ void DevelopsAtEveryLevel(const vt::Shape& s, const Params& a) {
     row.sample = Value;
     row.reference_at = [&](const float* p, float* q, int x, int y) {
         std::copy(p, p + 4, q);
-        ref::Develop(q, a.ptr, a.black, x < s.width ? int64_t{y} * s.width + x : -1);
+        ref::Develop(q, a.ptr().data(), a.black, x < s.width ? int64_t{y} * s.width + x : -1);
     };
     const float black = a.masked() ? a.black : 0.0f;  // the level is subtracted in the masked pass only
     row.bound = [black](const float* in, int c, float want) {

@@ -84,7 +84,7 @@ TEST(PatchMatch, OneThreadMatchesTheReferenceSweepForEveryPatchSizeAtEveryLevel)
             ref::Minimize(target.Origin(), target.Step(), source.Origin(), source.Step(), want.data(), w * 12, w, h, ps,
                           rnd);
         vt::ForEachLevel([&] {
-            for (int y = 0; y < h; ++y) std::memcpy(field.Row(y), &start[size_t(y) * w], size_t(w) * 12);
+            for (int y = 0; y < h && w > 0; ++y) std::memcpy(field.Row(y), &start[size_t(y) * w], size_t(w) * 12);
             OnFreshThread([&] {
                 const ImageSize size{w, h};
                 for (int call = 0; call < 2; ++call)

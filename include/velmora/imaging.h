@@ -274,7 +274,8 @@ VELMORA_API void VELMORA_CALL SRGBToRGB_Rgb128F_Lut(float* data, int32_t step, i
 /* ---- Pixel: channel swizzles --------------------------------------------- */
 /* Destination channel c of each pixel takes source channel order[c]; the region is the width x height
    pixels at (x, y) of both planes. Entries must be 0..channels-1 of the source: other entries are not
-   guarded and give unspecified channels (never reads outside the pixel). C3C4: entries of 3 or more write
+   guarded and give unspecified values (possibly a neighbour's channel, the same on every processor;
+   nothing outside the region is read). C3C4: entries of 3 or more write
    `fill` (8u and 16u use its low 8 or 16 bits). In place (IR): each pixel is read whole before it is
    written, so repeated entries act as if from a copy. No overrun; any alignment; nothing is checked;
    returns StatusOk, and the order is not read when width or height is below 1. */

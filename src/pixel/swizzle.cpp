@@ -62,8 +62,8 @@ struct Plan {
             // source element e sits at e ^ 2.
             const bool swapped = element_bytes == 4 && (from >> 1) != (c >> 1);
             const int64_t bits = int64_t{(swapped ? (from ^ 2) : from) - c} * element_bytes * 8;
-            // A shift of 64 clears the lane, so an out-of-range entry yields zeros, never a read
-            // outside the pixel.
+            // A shift of 64 clears the lane: an entry far out of range yields zeros, one just past
+            // the pixel a neighbour's channel from the same block; nothing outside it is read.
             Add(mask, static_cast<int>(bits < -64 ? -64 : bits > 64 ? 64 : bits), swapped);
         }
     }

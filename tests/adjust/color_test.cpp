@@ -143,17 +143,17 @@ std::vector<Kernel> AllKernels() {
          [](const float* s, float* d) { rc::Affine3x4(kAffine, s, d), d[3] = s[3]; }, 0, -0.5f, 1.5f},
         {"Transform_Bgra32_Rgba128F", 4, 4, 1, 4, false, false, Own(ColorTransform_Bgra32_Rgba128F_SSE2, affine),
          [](const float* s, float* d) {
-             const float rgb[3] = {s[2] * ref::kInv255, s[1] * ref::kInv255, s[0] * ref::kInv255};
-             rc::Affine3x4(kAffine, rgb, d);
-             d[3] = s[3] * ref::kInv255;
+             float rgba[4];
+             ref::Bgra32ToRgba128F(s, rgba);
+             rc::Affine3x4(kAffine, rgba, d);
+             d[3] = rgba[3];
          },
          0, 0, 256},
         {"Transform_Rgba128F_Bgra32", 4, 4, 4, 1, false, false, Own(ColorTransform_Rgba128F_Bgra32_SSE2, affine),
          [](const float* s, float* d) {
-             float rgb[3];
-             rc::Affine3x4(kAffine, s, rgb);
-             const float lanes[4] = {rgb[2], rgb[1], rgb[0], s[3]};
-             for (int i = 0; i < 4; ++i) d[i] = ref::ToByte(lanes[i]);
+             float rgba[4] = {0, 0, 0, s[3]};
+             rc::Affine3x4(kAffine, s, rgba);
+             ref::Rgba128FToBgra32(rgba, d);
          },
          0, -0.2f, 1.2f},
         {"RGBToYCbCr", 4, 4, 4, 4, false, true, Matrix(RGBToYCbCr_32f_C4R), rc::RgbToYCbCr, 0, -0.2f, 1.2f},
@@ -183,11 +183,11 @@ std::vector<Kernel> AllKernels() {
          rc::Colourise{3, 4, 5, stops, 0, 0.75f}, 0, -0.1f, 1.2f},
         {"SSE_Colorize_Bgra32", 4, 4, 1, 1, true, false, OwnInPlace(SSE_Colorize_Bgra32, sepia4, 0.6f),
          [](const float* s, float* d) {
-             const float rgb[4] = {s[2] * ref::kInv255, s[1] * ref::kInv255, s[0] * ref::kInv255, s[3] * ref::kInv255};
-             float out[3];
-             rc::Colourise{0, 4, 0, sepia4, 0, 0.6f}(rgb, out);
-             const float lanes[4] = {out[2], out[1], out[0], rgb[3]};
-             for (int i = 0; i < 4; ++i) d[i] = ref::ToByte(lanes[i]);
+             float rgba[4], out[4];
+             ref::Bgra32ToRgba128F(s, rgba);
+             rc::Colourise{0, 4, 0, sepia4, 0, 0.6f}(rgba, out);
+             out[3] = rgba[3];
+             ref::Rgba128FToBgra32(out, d);
          },
          0, 0, 256},
         // Tone curves (n = 7, values outside [0, 1]), the 8-bit preview, mid-tones, balance, hue/saturation.
@@ -220,11 +220,11 @@ std::vector<Kernel> AllKernels() {
         {"HSL_Lut", 4, 4, 4, 4, true, false, OwnInPlace(Adjust_HSL_Rgba128F_SSE2_Lut, hsl_curves), rc::Hsl{nullptr, hsl_curves}, 2e-6, -0.1f, 1.1f, true},
         {"HSL_Bgra32", 4, 4, 1, 1, true, false, OwnInPlace(Adjust_HSL_Bgra32_SSE2, hsl_bands),
          [](const float* s, float* d) {
-             const float rgb[4] = {s[2] * ref::kInv255, s[1] * ref::kInv255, s[0] * ref::kInv255, 0};
-             float out[4];
-             rc::Hsl{hsl_bands, nullptr}(rgb, out);
-             const float lanes[3] = {out[2], out[1], out[0]};
-             for (int i = 0; i < 3; ++i) d[i] = ref::ToByte(lanes[i]);
+             float rgba[4], out[4];
+             ref::Bgra32ToRgba128F(s, rgba);
+             rc::Hsl{hsl_bands, nullptr}(rgba, out);
+             out[3] = s[3] * ref::kInv255;  // alpha is kept: the same code back
+             ref::Rgba128FToBgra32(out, d);
          },
          1, 0, 256},
         // The cube roots are e^(ln t / 3) in float: a* and b* magnify f's error by 500 and 200.

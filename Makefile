@@ -65,8 +65,11 @@ windows:
 	cmake --build $(WIN32_BUILD) -j $(JOBS)
 	@# Wine's server and services start here, detached from CTest's pipes (a service that
 	@# inherited a test's output would keep CTest waiting for it), and stay up for the runs.
+	@# The prefix is created and booted before any test starts: the server will not start
+	@# without its directory, and two tests creating the prefix at once fail one of them.
 	export WINEPREFIX=$(CURDIR)/$(WIN64_BUILD)/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="; \
-	  wineserver -p 30 && wine wineboot </dev/null >/dev/null 2>&1; \
+	  mkdir -p "$$WINEPREFIX" && wineserver -p 30 && wine wineboot </dev/null >/dev/null 2>&1 || \
+	  { echo "Wine could not start a prefix in $$WINEPREFIX" >&2; wineserver -k; exit 1; }; \
 	  ctest --test-dir $(WIN64_BUILD) --output-on-failure -j $(JOBS) && \
 	  ctest --test-dir $(WIN32_BUILD) --output-on-failure -j $(JOBS); \
 	  rc=$$?; wineserver -k; exit $$rc

@@ -77,7 +77,7 @@ void DevelopsAtEveryLevel(const vt::Shape& s, const Params& a) {
     };
     const float black = a.masked() ? a.black : 0.0f;  // the level is subtracted in the masked pass only
     row.bound = [black](const float* in, int c, float want) {
-        const float lum = std::fabs(0.28804f * (in[0] - black) + 0.711874f * (in[1] - black) + 8.6e-05f * (in[2] - black));
+        const float lum = std::fabs(ref::develop_detail::Luminance(in[0] - black, in[1] - black, in[2] - black));
         const float spread = std::max(1.0f, std::fabs(in[c] - black) / (lum + 1e-7f));
         return double(kAbsTolerance * spread + kRelTolerance * std::fabs(want));
     };

@@ -39,6 +39,8 @@ inline float Luminance(float r, float g, float b) { return 0.28804f * r + 0.7118
 struct PixelAmounts {
     bool exposure = false, brightness = false, tone = false, contrast = false, clarity = false, saturation = false;
     bool saturation_clamped = false;
+    bool masked = false;           // the masked pass: the black level is subtracted first
+    bool saturation_only = false;  // the unmasked pass's own loop for saturation alone
     float exposure_factor = 1, exposure_cap = 1, brightness_exponent = 1;
     float shadows = 0, highlights = 0, contrast_amount = 0, clarity_factor = 1, saturation_factor = 1;
 };
@@ -88,9 +90,9 @@ inline void DevelopPixel(float* px, const PixelAmounts& a) {
 
 }  // namespace develop_detail
 
-// The pass on one pixel of an RgbL128F image, in place. `map_index` is the pixel's index in the
-// packed local maps, or -1 for a pixel past the width, where the pass loads no map value (0).
-inline void Develop(float* px, const DevelopParameter* const p[7], float black_level, int64_t map_index) {
+// The amounts of the pixel at `map_index` in the packed local maps (-1 for a pixel past the
+// width, where the pass loads no map value: 0). Without maps they are the same for every pixel.
+inline develop_detail::PixelAmounts DevelopAmounts(const DevelopParameter* const p[7], int64_t map_index) {
     using namespace develop_detail;
     enum { kExp, kBri, kSha, kHig, kCon, kCla, kSat };
     bool masked = false;
@@ -115,13 +117,8 @@ inline void Develop(float* px, const DevelopParameter* const p[7], float black_l
         a.contrast_amount = p[kCon]->amount;
         a.clarity_factor = 1.0f + p[kCla]->amount;
         a.saturation_factor = 1.0f + p[kSat]->amount;
-        if (a.saturation && !a.exposure && !a.brightness && !a.tone && !a.contrast && !a.clarity) {
-            const float lum = Luminance(px[0], px[1], px[2]);  // the saturation-only loop
-            for (int c = 0; c < 4; ++c) px[c] = lum + (px[c] - lum) * a.saturation_factor;
-        } else {
-            DevelopPixel(px, a);
-        }
-        return;
+        a.saturation_only = a.saturation && !a.exposure && !a.brightness && !a.tone && !a.contrast && !a.clarity;
+        return a;
     }
 
     auto off = [](float v) { return std::fabs(v) < 1e-06f; };
@@ -139,7 +136,7 @@ inline void Develop(float* px, const DevelopParameter* const p[7], float black_l
     const auto one_plus = [](float v) { return 1.0f + v; };
     const auto sum01 = [](float g, float l) { return Clamp01(g + l); };
     PixelAmounts a;
-
+    a.masked = true;
     a.exposure = on(kExp);
     a.exposure_factor = std::exp2(pick(kExp, same, [](float g, float l) {
         const float sum = g + l;
@@ -162,9 +159,23 @@ inline void Develop(float* px, const DevelopParameter* const p[7], float black_l
     a.saturation = on(kSat);
     a.saturation_clamped = !has_local(kSat);
     a.saturation_factor = pick(kSat, one_plus, [](float g, float l) { return Clamp01(l + (1.0f + g)); });
+    return a;
+}
 
-    for (int c = 0; c < 4; ++c) px[c] -= black_level;
+// The pass on one pixel of an RgbL128F image, in place, with its amounts.
+inline void Develop(float* px, const develop_detail::PixelAmounts& a, float black_level) {
+    using namespace develop_detail;
+    if (a.saturation_only) {
+        const float lum = Luminance(px[0], px[1], px[2]);
+        for (int c = 0; c < 4; ++c) px[c] = lum + (px[c] - lum) * a.saturation_factor;
+        return;
+    }
+    if (a.masked)
+        for (int c = 0; c < 4; ++c) px[c] -= black_level;
     DevelopPixel(px, a);
+}
+inline void Develop(float* px, const DevelopParameter* const p[7], float black_level, int64_t map_index) {
+    Develop(px, DevelopAmounts(p, map_index), black_level);
 }
 
 }  // namespace ref

@@ -63,6 +63,7 @@ TEST(DispatchLevel, CapsButNeverRaises) {
     EXPECT_FALSE(velmora::cpu::Has(Level::Ssse3));
     velmora::cpu::CapLevel(Level::Avx512);
     EXPECT_EQ(velmora::cpu::Active(), detected);
+    EXPECT_TRUE(velmora::cpu::Has(detected));  // the active level's own bodies run, not the next lower
     // SSSE3 implies SSE2 and so on: the detected level agrees with the processor's own flags.
     const bool ssse3 = __builtin_cpu_supports("ssse3"), avx2 = __builtin_cpu_supports("avx2");
     EXPECT_EQ(static_cast<int>(detected) >= static_cast<int>(Level::Ssse3), ssse3);

@@ -209,11 +209,13 @@ std::vector<Kernel> AllKernels() {
          rc::HueSaturation(37.0f, 0.4f, -0.3f), 0, -0.2f, 1.2f},
         {"HueSaturationLighter", 4, 4, 4, 4, true, false, OwnInPlace(XMImageHueSaturation_Rgba128F_SSE2, -150.0f, -0.5f, 0.25f),
          rc::HueSaturation(-150.0f, -0.5f, 0.25f), 0, -0.2f, 1.2f},
-        // Selective colour both ways, the 3D LUT both ways on a 5-node cube that is not affine.
+        // Selective colour both ways, the 3D LUT both ways on a 5-node cube that is not affine, and
+        // the smallest cube (its first 2 x 2 x 2 nodes).
         {"SelectiveRelative", 4, 4, 4, 4, false, false, Own(XMImageSelectiveColor, selective, 1), rc::SelectiveColour{selective, true}, 0, -0.1f, 1.1f},
         {"SelectiveAbsolute", 4, 4, 4, 4, false, false, Own(XMImageSelectiveColor, selective, 0), rc::SelectiveColour{selective, false}, 0, -0.1f, 1.1f},
         {"Lut3dTrilinear", 4, 4, 4, 4, false, false, Own(XMImage3DLut_Rgba128F_SSE2, cube, 5, 0), rc::Lut3d{cube, 5, false}, 0, -0.1f, 1.1f},
         {"Lut3dTetrahedral", 4, 4, 4, 4, true, false, OwnInPlace3d(cube, 5, 1), rc::Lut3d{cube, 5, true}, 0, -0.1f, 1.1f},
+        {"Lut3dTwoNodes", 4, 4, 4, 4, true, false, OwnInPlace3d(cube, 2, 1), rc::Lut3d{cube, 2, true}, 0, -0.1f, 1.1f},
         // HSL: the luminance step's 2^x is the vector one, compared relatively; the preview within a code.
         {"HSL", 4, 4, 4, 4, true, false, OwnInPlace(Adjust_HSL_Rgba128F, hsl_bands), rc::Hsl{hsl_bands, nullptr}, 2e-6, -0.1f, 1.1f, true},
         {"HSL_SSE2", 4, 4, 4, 4, true, false, OwnInPlace(Adjust_HSL_Rgba128F_SSE2, hsl_bands), rc::Hsl{hsl_bands, nullptr}, 2e-6, -0.1f, 1.1f, true},

@@ -58,6 +58,27 @@ std::optional<float> Args::TakeNumber(const std::string& name, float lo, float h
     return v;
 }
 
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    for (size_t pos = 0; !text.empty() && pos <= text.size();) {
+        const size_t end = std::min(text.find(separator, pos), text.size());
+        parts.push_back(text.substr(pos, end - pos));
+        pos = end + 1;
+    }
+    return parts;
+}
+
+std::vector<float> ParseNumbers(const std::string& text, char separator, const std::string& option) {
+    std::vector<float> numbers;
+    for (const std::string& piece : Split(text, separator)) {
+        char* end = nullptr;
+        const float v = std::strtof(piece.c_str(), &end);
+        if (piece.empty() || *end != '\0' || !std::isfinite(v)) throw UsageError(option + ": '" + piece + "' is not a number");
+        numbers.push_back(v);
+    }
+    return numbers;
+}
+
 void Args::NoneLeft() const {
     if (!options_.empty()) throw UsageError("unknown option " + options_.front().first);
 }

@@ -37,6 +37,11 @@ private:
     std::vector<std::pair<std::string, std::string>> options_;
 };
 
+// The pieces of `text` between separators, and the same read as finite numbers ("0.5,1,0.2"); an
+// empty text gives none. Throws UsageError naming `option` for a piece that is not a number.
+std::vector<std::string> Split(const std::string& text, char separator);
+std::vector<float> ParseNumbers(const std::string& text, char separator, const std::string& option);
+
 // Options every picture command takes: --out-dir, --format, --quality, --max-megapixels, --quiet.
 // Runs `process` on each input and writes the result; a failure on one input stops the run
 // with a non-zero exit, leaving earlier outputs written and no partial file.

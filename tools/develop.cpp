@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <stdexcept>
 #include <vector>
 
 #include "cli.h"
@@ -186,19 +187,10 @@ GradientSpec ParseGradient(const std::string& text) {
         g.kind = kind == "radial" ? GradientSpec::Radial : GradientSpec::Vignette, count = 5, g.v[0] = 0.5f, g.v[1] = 0.5f,
         g.v[2] = 0.4f, g.v[3] = 0.4f, g.v[4] = 0.6f;
     else throw UsageError("--gradient takes linear, radial or vignette, not '" + kind + "'");
-    size_t given = 0;
-    for (size_t pos = 0; !params.empty() && pos <= params.size(); ++given) {
-        const size_t comma = std::min(params.find(',', pos), params.size());
-        if (given >= count) throw UsageError("--gradient " + kind + " takes at most " + std::to_string(count) + " numbers");
-        try {
-            size_t used = 0;
-            g.v[given] = std::stof(params.substr(pos, comma - pos), &used);
-            if (used != comma - pos) throw std::invalid_argument("trailing");
-        } catch (const std::exception&) {
-            throw UsageError("--gradient: '" + params.substr(pos, comma - pos) + "' is not a number");
-        }
-        pos = comma + 1;
-    }
+    const std::vector<float> numbers = ParseNumbers(params, ',', "--gradient");
+    const size_t given = numbers.size();
+    if (given > count) throw UsageError("--gradient " + kind + " takes at most " + std::to_string(count) + " numbers");
+    std::copy(numbers.begin(), numbers.end(), g.v);
     if (kind == "linear" && given != 0 && given != 4) throw UsageError("--gradient linear takes x0,y0,x1,y1");
     if (kind != "linear" && given != 0 && given < 4) throw UsageError("--gradient " + kind + " takes cx,cy,rx,ry[,feather]");
     if (kind != "linear" && (g.v[2] <= 0 || g.v[3] <= 0)) throw UsageError("--gradient radii must be positive");
@@ -208,12 +200,7 @@ GradientSpec ParseGradient(const std::string& text) {
 SplitToneSpec ParseSplitTone(const std::string& text) {
     SplitToneSpec t;
     t.on = true;
-    std::vector<std::string> parts;
-    for (size_t pos = 0; pos <= text.size();) {
-        const size_t colon = std::min(text.find(':', pos), text.size());
-        parts.push_back(text.substr(pos, colon - pos));
-        pos = colon + 1;
-    }
+    const std::vector<std::string> parts = Split(text, ':');
     if (parts.size() < 2 || parts.size() > 4) throw UsageError("--split-tone takes SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]");
     for (int k = 0; k < 2; ++k) {
         const std::string& hex = parts[size_t(k)];
@@ -223,14 +210,8 @@ SplitToneSpec ParseSplitTone(const std::string& text) {
     }
     const float limits[2][2] = {{-1, 1}, {0, 1}};
     for (size_t i = 2; i < parts.size(); ++i) {
-        float v = 0;
-        try {
-            size_t used = 0;
-            v = std::stof(parts[i], &used);
-            if (used != parts[i].size()) throw std::invalid_argument("trailing");
-        } catch (const std::exception&) {
-            throw UsageError("--split-tone: '" + parts[i] + "' is not a number");
-        }
+        const std::vector<float> number = ParseNumbers(parts[i], ',', "--split-tone");
+        const float v = number.size() == 1 ? number[0] : NAN;
         if (!(v >= limits[i - 2][0] && v <= limits[i - 2][1]))
             throw UsageError(i == 2 ? "--split-tone balance runs from -1 to 1" : "--split-tone amount runs from 0 to 1");
         (i == 2 ? t.balance : t.amount) = v;
@@ -321,7 +302,25 @@ Image DevelopImage(const Image& in, const DevelopAmounts& amounts) {
     Stage("hue-preserving gamut clip (tool)", pixels, [&] { ClipToSrgbGamut(work); });
     // The encoding treats the fourth lane as a colour too, so alpha goes back in afterwards.
     Stage("sRGB encode", pixels, [&] { XMImageRGBToSRGB_Rgb128F_SSE2(work.data.get(), work.step, &roi); });
-    // HSL bands and .cube looks work on the encoded values, the scale their hues and files are made for.
+    // Tonal corrections, HSL bands and .cube looks work on the encoded values, the scale their
+    // points, hues and files are made for. Levels' gamma runs over the alpha lane as well, which
+    // goes back in afterwards.
+    if (amounts.levels.on)
+        Stage("levels", pixels, [&] {
+            ImageLevels_Rgba128F_SSE2(work.data.get(), work.step, &roi, amounts.levels.black, amounts.levels.white);
+            if (amounts.levels.gamma != 1.0f)
+                MidTones_32f_C1R(work.data.get(), work.step, work.data.get(), work.step, 0, 0, 4 * in.width, in.height,
+                                 std::log2(amounts.levels.gamma));
+        });
+    if (!amounts.curve.empty())
+        Stage("curve", pixels, [&] {
+            SSE2_ToneCurve_Rgba128F(work.data.get(), work.step, &roi, amounts.curve.data(), int32_t(amounts.curve.size()) - 2);
+        });
+    if (!amounts.tone.empty())
+        Stage("parametric curve", pixels, [&] {
+            if (SSE2_ToneCurveParametric_Rgba128F(work.data.get(), work.step, &roi, amounts.tone.data(), 0) != StatusOk)
+                throw std::runtime_error("the parametric curve refused its parameters");
+        });
     if (!amounts.hsl.empty())
         Stage("HSL bands", pixels, [&] { Adjust_HSL_Rgba128F_SSE2(work.data.get(), work.step, &roi, amounts.hsl.data()); });
     if (amounts.lut.size > 0)

@@ -8,6 +8,7 @@
 
 #include "image_io.h"
 #include "looks.h"
+#include "tone.h"
 
 namespace velmora::tool {
 
@@ -39,7 +40,11 @@ struct DevelopAmounts {
     float detail = 0;  // local Laplacian strength after the pass
     GradientSpec gradient;
     SplitToneSpec split;
-    std::vector<float> hsl;  // 24 band amounts, on the encoded sRGB result (empty: none)
+    // On the encoded sRGB result, in this order: levels, the point curve and the parametric curve
+    // (empty: none), then the looks.
+    LevelsSpec levels;
+    std::vector<float> curve, tone;
+    std::vector<float> hsl;  // 24 band amounts (empty: none)
     CubeLut lut;             // a .cube look on the encoded sRGB result (size 0: none)
 };
 

@@ -89,6 +89,9 @@ int Develop(Args& args) {
         if (const std::optional<float> v = args.TakeNumber(o.name, o.lo, o.hi)) *o.value = *v;
     if (const std::optional<std::string> g = args.Take("--gradient")) a.gradient = ParseGradient(*g);
     if (const std::optional<std::string> t = args.Take("--split-tone")) a.split = ParseSplitTone(*t);
+    if (const std::optional<std::string> l = args.Take("--levels")) a.levels = ParseLevels(*l);
+    if (const std::optional<std::string> c = args.Take("--curve")) a.curve = ParseCurve(*c);
+    if (const std::optional<std::string> t = args.Take("--tone")) a.tone = ParseToneRegions(*t);
     if (const std::optional<std::string> f = args.Take("--hsl")) a.hsl = ReadHslBands(*f);
     if (const std::optional<std::string> f = args.Take("--lut")) a.lut = ReadCube(*f);
     return ForEachPicture(args, "develop", [&](const Image& in) {
@@ -186,7 +189,8 @@ const Command kCommands[] = {
     {"develop",
      "develop IN OUT [--exposure EV] [--brightness A] [--shadows A] [--highlights A]\n"
      "                 [--contrast A] [--clarity A] [--saturation A] [--detail A] [--gradient SHAPE]\n"
-     "                 [--split-tone SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]] [--hsl FILE] [--lut FILE.cube]",
+     "                 [--split-tone SHADOW:HIGHLIGHT[:BALANCE[:AMOUNT]]] [--levels BLACK,WHITE[,GAMMA]]\n"
+     "                 [--curve X:Y,X:Y,...] [--tone S,D,L,H[,S1,S2,S3]] [--hsl FILE] [--lut FILE.cube]",
      "The editor's develop road: the sRGB file into linear ProPhoto (sRGB table, sRGB-to-ProPhoto D50\n"
      "matrix) with a smoothed base luminance, the develop pass, back to sRGB primaries, encoded, at the\n"
      "input's depth (JPEG output: 8-bit input only). EV from -5 to 5, the other amounts from -1 to 1;\n"
@@ -203,6 +207,13 @@ const Command kCommands[] = {
      "--split-tone tints the shadows with one colour and the highlights with another at each pixel's\n"
      "own luminance (colours as RRGGBB sRGB codes, e.g. 2a5d8f:f0b060); BALANCE from -1 (mostly the\n"
      "highlight colour) to 1 (mostly the shadow colour), default 0; AMOUNT 0 to 1, default 0.3.\n"
+     "--levels, --curve and --tone shape the tones of the encoded sRGB result, in that order, on R, G\n"
+     "and B alike. Levels: codes at or below BLACK go to 0, at or above WHITE to full scale (8-bit\n"
+     "codes at any depth), the rest stretched between and raised to 1/GAMMA (0.1 to 10, default 1;\n"
+     "above 1 brightens the midtones). Curve: two to sixteen points X:Y (codes, X rising) joined by a\n"
+     "smooth curve that never overshoots them, flat beyond the first and last; 0:255,255:0 inverts.\n"
+     "Tone: the parametric curve, amounts -1 to 1 lifting or lowering the shadows, darks, lights and\n"
+     "highlights, the regions split at S1, S2, S3 (default 0.25, 0.5, 0.75).\n"
      "--hsl FILE shifts hue, saturation and luminance by hue band: 24 numbers from -1 to 1, the hue\n"
      "shifts (30 degrees per unit), then saturations, then luminances of red, orange, yellow, green,\n"
      "aqua, blue, purple and magenta. --lut applies a .cube 3D LUT (tetrahedral). Both work on the\n"

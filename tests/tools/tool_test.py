@@ -2,7 +2,7 @@
 """The velmora tool as photographers meet it: the demo, exact round trips, damaged files fail
 without leaving output, the orientation tag is applied, grey/RGB/alpha survive, options take every usual form.
 usage: tool_test.py VELMORA WORK_DIR"""
-import os, shutil, struct, subprocess, sys, zlib
+import math, os, shutil, struct, subprocess, sys, zlib
 
 velmora, work = sys.argv[1], os.path.join(sys.argv[2], "tool_files")
 shutil.rmtree(work, ignore_errors=True)
@@ -171,6 +171,27 @@ if colour != 2 or not dark[2] > dark[0] or not light[0] > light[2]:
     failures.append(f"--split-tone on grey: colour type {colour}, shadow {tuple(dark)}, highlight {tuple(light)}")
 for bad in ("204080", "zz4080:f0c070", "204080:f0c070:2", "204080:f0c070:0:-1"):
     run("develop", "ramp.png", "bad.png", "--split-tone", bad, ok=False)
+
+# Tones on a grey ramp stay grey and follow their formulas within a code: levels 64..192 (and
+# with gamma 2), a curve through 0:255,255:0 inverts, a curve passes through its points, the
+# parametric curve lifts the shadows and nothing past them. Bad forms are usage errors.
+codes = [x * 4 for x in range(64)]
+tones = {("--levels", "64,192"): lambda c: min(max(c - 64, 0) / 128, 1) * 255,
+         ("--levels", "64,192,2"): lambda c: (min(max(c - 64, 0) / 128, 1) ** 0.5) * 255,
+         ("--curve", "0:255,255:0"): lambda c: 255 - c,
+         ("--tone", "1,0,0,0"): lambda c: 255 * max(i / 1024 + (i < 256) * math.sin(math.pi * i / 256) ** 2 / 4
+                                                    for i in range(int(c / 255 * 1024) + 1))}  # the curve's running maximum
+for args, want in tones.items():
+    run("develop", "ramp.png", "toned.png", *args)
+    colour, row = decode_png("toned.png")[2], decode_png("toned.png")[3][4]
+    if colour != 0 or any(abs(row[x] - want(c)) > 1 for x, c in enumerate(codes)):
+        failures.append(f"develop {' '.join(args)}: colour type {colour}, codes {list(row)}")
+run("develop", "ramp.png", "curved.png", "--curve", "0:20,96:40,160:200,255:230")
+row = decode_png("curved.png")[3][4]
+fail_if([row[0], row[24], row[40]] != [20, 40, 200] or list(row) != sorted(row) or max(row) > 230, f"--curve: {list(row)}")
+for option, bad in (("--levels", "192,64"), ("--levels", "0,255,0"), ("--levels", "1"), ("--curve", "0:0"), ("--curve", "9:0,5:255"),
+                    ("--curve", "0:0,255:300"), ("--curve", "0:0,1"), ("--tone", "2,0,0,0"), ("--tone", "0,0,0,0,0.5,0.4,0.8")):
+    run("develop", "ramp.png", "bad.png", option, bad, ok=False)
 
 # Looks from files: an identity .cube keeps the picture (within a code), an HSL file turning reds
 # toward yellow raises a red patch's green; damaged files are one-line errors.

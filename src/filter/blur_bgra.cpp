@@ -7,6 +7,7 @@
 // times 255 stays below 2^24. `last` says whether the last channel (alpha) is filtered too; when
 // it is 0 the destination's alpha bytes are left as they are, so the in-place blur can keep the
 // image's own alpha. Reads and writes exactly the region (and the in-place blur's scratch).
+#include <algorithm>
 #include <vector>
 
 #include "core/frame.h"
@@ -27,18 +28,37 @@ void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, 
     const size_t bytes = sizeof(float) * 20 * static_cast<size_t>(width);
     auto* buffers = static_cast<float*>(scratch::Allocate(bytes));
     float* wide = buffers + 16 * static_cast<size_t>(width);
-    const __m128i keep_alpha = _mm_setr_epi32(last ? 0 : static_cast<int32_t>(0xFF000000u), 0, 0, 0);
+    // Without `last` the destination's alpha bytes are merged back in; with it the destination
+    // is only written, four pixels (16 bytes) at a time where four source rows are at hand.
+    const __m128i keep_alpha = _mm_set1_epi32(last ? 0 : static_cast<int32_t>(0xFF000000u));
     WriteTransposed(
         height, width, buffers, dst, dst_step, 4,
         [&](int32_t y, float* out) {
             const uint8_t* row = frame::Row(src, src_step, y);
-            for (int32_t x = 0; x < width; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
+            int32_t x = 0;
+            for (; x + 4 <= width; x += 4) {  // four pixels a load
+                const __m128i px = v4::LoadI(row + 4 * x), lo = v4::WidenLo8(px), hi = v4::WidenHi8(px);
+                v4::Store(wide + 4 * x, _mm_cvtepi32_ps(v4::WidenLo16(lo)));
+                v4::Store(wide + 4 * x + 4, _mm_cvtepi32_ps(v4::WidenHi16(lo)));
+                v4::Store(wide + 4 * x + 8, _mm_cvtepi32_ps(v4::WidenLo16(hi)));
+                v4::Store(wide + 4 * x + 12, _mm_cvtepi32_ps(v4::WidenHi16(hi)));
+            }
+            for (; x < width; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
             ClippedRow<4>(wide, out, width, 0, 0, taps);
         },
-        [&](uint8_t* d, const float* b) {
-            const __m128i v = v4::RoundToInt(v4::Load(b));
-            const __m128i bytes4 = v4::PackToBytes(v, v, v, v);
-            v4::Store32(d, _mm_or_si128(_mm_andnot_si128(keep_alpha, bytes4), _mm_and_si128(keep_alpha, v4::Load32(d))));
+        [&](uint8_t* d, const float* b, int64_t stride, int32_t n) {
+            const auto pixel = [&](int32_t i) { return v4::RoundToInt(v4::Load(b + std::min(i, n - 1) * stride)); };
+            const __m128i bytes = v4::PackToBytes(pixel(0), pixel(1), pixel(2), pixel(3));
+            if (n == 4) {
+                v4::StoreI(d, last ? bytes : _mm_or_si128(_mm_andnot_si128(keep_alpha, bytes), _mm_and_si128(keep_alpha, v4::LoadI(d))));
+                return;
+            }
+            alignas(16) uint8_t four[16];
+            v4::StoreIAligned(four, bytes);
+            for (int32_t i = 0; i < n; ++i) {
+                const __m128i p = v4::Load32(four + 4 * i);
+                v4::Store32(d + 4 * i, _mm_or_si128(_mm_andnot_si128(keep_alpha, p), _mm_and_si128(keep_alpha, v4::Load32(d + 4 * i))));
+            }
         });
     scratch::Free(buffers, bytes);
 }

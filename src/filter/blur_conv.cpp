@@ -42,7 +42,9 @@ void Transposed(float* dst, int32_t dst_step, int32_t count, int32_t rows, RowFn
     const size_t bytes = sizeof(float) * 16 * static_cast<size_t>(count);
     auto* buffers = static_cast<float*>(scratch::Allocate(bytes));
     WriteTransposed(rows, count, buffers, reinterpret_cast<uint8_t*>(dst), dst_step, 16, row,
-                    [](uint8_t* d, const float* b) { v4::Store(reinterpret_cast<float*>(d), v4::Load(b)); });
+                    [](uint8_t* d, const float* b, int64_t stride, int32_t n) {
+                        for (int32_t i = 0; i < n; ++i) v4::Store(reinterpret_cast<float*>(d) + 4 * i, v4::Load(b + i * stride));
+                    });
     scratch::Free(buffers, bytes);
 }
 

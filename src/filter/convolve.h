@@ -122,18 +122,17 @@ inline void ClippedColumn(const float* const* rows, float* out, int64_t n, const
 }
 
 // Writes rows of 16-byte pixels transposed, four source rows at a time so that each output step
-// stores 64 neighbouring bytes of one destination row. make_row(y, buffer) fills `count` pixels
-// of 16 bytes for source row y; emit(dst_pixel, buffer_pixel) stores one pixel.
+// stores four neighbouring pixels of one destination row at once. make_row(y, buffer) fills
+// `count` pixels of 16 bytes for source row y; emit(dst, pixel, stride, n) stores n (1 to 4)
+// neighbouring destination pixels, the i-th taken from pixel + i * stride floats.
 template <class MakeRow, class Emit>
 void WriteTransposed(int32_t rows, int32_t count, float* buffers, uint8_t* dst, int32_t dst_step, int32_t dst_pixel,
                      MakeRow&& make_row, Emit&& emit) {
+    const int64_t stride = int64_t{count} * 4;
     for (int32_t y = 0; y < rows; y += 4) {
         const int32_t n = std::min(4, rows - y);
-        for (int32_t i = 0; i < n; ++i) make_row(y + i, buffers + int64_t{i} * count * 4);
-        for (int32_t x = 0; x < count; ++x) {
-            uint8_t* d = dst + int64_t{x} * dst_step + int64_t{y} * dst_pixel;
-            for (int32_t i = 0; i < n; ++i) emit(d + i * dst_pixel, buffers + (int64_t{i} * count + x) * 4);
-        }
+        for (int32_t i = 0; i < n; ++i) make_row(y + i, buffers + i * stride);
+        for (int32_t x = 0; x < count; ++x) emit(dst + int64_t{x} * dst_step + int64_t{y} * dst_pixel, buffers + int64_t{x} * 4, stride, n);
     }
 }
 

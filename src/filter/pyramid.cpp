@@ -6,7 +6,6 @@
 // have always received. The gray "down" step decimates with the four-float decimator, so it
 // reads 16-byte groups every 32 bytes: each source row is read up to byte 32 ((w+1)/2 - 1) + 16
 // and each destination row written for 16 ((w+1)/2) bytes, well past a gray row of w floats.
-#include <cstring>
 #include <vector>
 
 #include "core/frame.h"
@@ -95,14 +94,14 @@ extern "C" VELMORA_API void VELMORA_CALL ImagePyrDown_Bgra32(const uint8_t* src,
                                                              const ImageSize* dstSize) {
     const int32_t w = srcSize->width, h = srcSize->height;
     if (w <= 0 || h <= 0) return;
-    // Blur a copy (the source stays untouched), then resample the blurred copy.
+    // Blur into a plane of our own (the source stays untouched; both passes filter alpha, so the
+    // second writes every byte of it), then resample the blurred plane.
     auto copy = XMImage<XMBYTE4>::Create(w, h);
     auto* c = reinterpret_cast<uint8_t*>(copy->Origin());
-    for (int32_t y = 0; y < h; ++y) std::memcpy(frame::Row(c, copy->Pitch(), y), frame::Row(src, srcStep, y), 4 * size_t(w));
     {
         auto across = XMImage<XMBYTE4>::Create(h, w);
         auto* t = reinterpret_cast<uint8_t*>(across->Origin());
-        ImageConvolveTranspose_Bgra32(c, copy->Pitch(), w, h, t, across->Pitch(), kBinomial5, 5, 1);
+        ImageConvolveTranspose_Bgra32(src, srcStep, w, h, t, across->Pitch(), kBinomial5, 5, 1);
         ImageConvolveTranspose_Bgra32(t, across->Pitch(), h, w, c, copy->Pitch(), kBinomial5, 5, 1);
     }
     ImageResize_Bgra32(c, copy->Pitch(), srcSize, dst, dstStep, dstSize);

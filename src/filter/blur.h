@@ -23,4 +23,10 @@ void BoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_t ds
 void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_t dst_step, int32_t width,
                           int32_t height, int32_t radius, bool squares);
 
+// The two-pass clipping convolution of 8-bit BGRA pixels with integer weights (the transposed
+// pass across, then back), computed row by row with no transposed plane: src to dst, which may
+// be src. `last`: alpha is filtered by the second pass too, else dst's alpha is kept.
+void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
+                      int32_t height, const int32_t* kernel, int32_t size, bool last);
+
 }  // namespace velmora::filter

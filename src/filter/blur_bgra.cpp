@@ -1,23 +1,59 @@
-// Integer-kernel convolution of 8-bit four-channel pixels, written transposed, and the in-place
-// two-pass blur on it.
+// Integer-kernel convolution of 8-bit four-channel pixels: one pass written transposed, and the
+// two-pass blur, which runs row by row instead.
 //
 // Clipping, like the float convolutions: each output is the weighted sum of the taps inside the
 // row divided by the sum of the weights used, rounded half to even and clamped to 0..255. The
 // integer weights and 8-bit values are summed as floats, which is exact while the sum of |weight|
 // times 255 stays below 2^24. `last` says whether the last channel (alpha) is filtered too; when
 // it is 0 the destination's alpha bytes are left as they are, so the in-place blur can keep the
-// image's own alpha. Reads and writes exactly the region (and the in-place blur's scratch).
+// image's own alpha. Reads and writes exactly the region (and scratch of its own).
 #include <algorithm>
 #include <vector>
 
 #include "core/frame.h"
-#include "core/image.h"
 #include "core/scratch.h"
 #include "core/vec4.h"
+#include "filter/blur.h"
 #include "filter/convolve.h"
 
 namespace velmora::filter {
 namespace {
+
+// A row of 8-bit pixels as floats, four pixels a load.
+void WidenRow(const uint8_t* row, float* wide, int32_t width) {
+    int32_t x = 0;
+    for (; x + 4 <= width; x += 4) {
+        const __m128i px = v4::LoadI(row + 4 * x), lo = v4::WidenLo8(px), hi = v4::WidenHi8(px);
+        v4::Store(wide + 4 * x, _mm_cvtepi32_ps(v4::WidenLo16(lo)));
+        v4::Store(wide + 4 * x + 4, _mm_cvtepi32_ps(v4::WidenHi16(lo)));
+        v4::Store(wide + 4 * x + 8, _mm_cvtepi32_ps(v4::WidenLo16(hi)));
+        v4::Store(wide + 4 * x + 12, _mm_cvtepi32_ps(v4::WidenHi16(hi)));
+    }
+    for (; x < width; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
+}
+
+// Where keep_alpha's lanes are set, the old bytes stay.
+__m128i Merged(__m128i fresh, __m128i old, __m128i keep_alpha) {
+    return _mm_or_si128(_mm_andnot_si128(keep_alpha, fresh), _mm_and_si128(keep_alpha, old));
+}
+
+// Pixels px(0) .. px(n - 1), rounded and saturated to bytes, stored to d, d + 4, ...: four a
+// store, the destination read back only when its alpha is kept.
+template <class Pixel>
+void PackPixels(uint8_t* d, int32_t n, bool last, __m128i keep_alpha, Pixel&& px) {
+    const auto at = [&](int32_t i) { return v4::RoundToInt(px(i)); };
+    int32_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m128i bytes = v4::PackToBytes(at(i), at(i + 1), at(i + 2), at(i + 3));
+        v4::StoreI(d + 4 * i, last ? bytes : Merged(bytes, v4::LoadI(d + 4 * i), keep_alpha));
+    }
+    for (; i < n; ++i) {
+        const __m128i p = at(i), bytes = v4::PackToBytes(p, p, p, p);
+        v4::Store32(d + 4 * i, last ? bytes : Merged(bytes, v4::Load32(d + 4 * i), keep_alpha));
+    }
+}
+
+__m128i KeepAlpha(bool last) { return _mm_set1_epi32(last ? 0 : static_cast<int32_t>(0xFF000000u)); }
 
 void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, int32_t height, uint8_t* dst,
                            int32_t dst_step, const int32_t* kernel, int32_t size, bool last) {
@@ -28,46 +64,61 @@ void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, 
     const size_t bytes = sizeof(float) * 20 * static_cast<size_t>(width);
     auto* buffers = static_cast<float*>(scratch::Allocate(bytes));
     float* wide = buffers + 16 * static_cast<size_t>(width);
-    // Without `last` the destination's alpha bytes are merged back in; with it the destination
-    // is only written, four pixels (16 bytes) at a time where four source rows are at hand.
-    const __m128i keep_alpha = _mm_set1_epi32(last ? 0 : static_cast<int32_t>(0xFF000000u));
+    const __m128i keep_alpha = KeepAlpha(last);
     WriteTransposed(
         height, width, buffers, dst, dst_step, 4,
         [&](int32_t y, float* out) {
-            const uint8_t* row = frame::Row(src, src_step, y);
-            int32_t x = 0;
-            for (; x + 4 <= width; x += 4) {  // four pixels a load
-                const __m128i px = v4::LoadI(row + 4 * x), lo = v4::WidenLo8(px), hi = v4::WidenHi8(px);
-                v4::Store(wide + 4 * x, _mm_cvtepi32_ps(v4::WidenLo16(lo)));
-                v4::Store(wide + 4 * x + 4, _mm_cvtepi32_ps(v4::WidenHi16(lo)));
-                v4::Store(wide + 4 * x + 8, _mm_cvtepi32_ps(v4::WidenLo16(hi)));
-                v4::Store(wide + 4 * x + 12, _mm_cvtepi32_ps(v4::WidenHi16(hi)));
-            }
-            for (; x < width; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
+            WidenRow(frame::Row(src, src_step, y), wide, width);
             ClippedRow<4>(wide, out, width, 0, 0, taps);
         },
         [&](uint8_t* d, const float* b, int64_t stride, int32_t n) {
-            const auto pixel = [&](int32_t i) { return v4::RoundToInt(v4::Load(b + std::min(i, n - 1) * stride)); };
-            const __m128i bytes = v4::PackToBytes(pixel(0), pixel(1), pixel(2), pixel(3));
-            if (n == 4) {
-                v4::StoreI(d, last ? bytes : _mm_or_si128(_mm_andnot_si128(keep_alpha, bytes), _mm_and_si128(keep_alpha, v4::LoadI(d))));
-                return;
-            }
-            alignas(16) uint8_t four[16];
-            v4::StoreIAligned(four, bytes);
-            for (int32_t i = 0; i < n; ++i) {
-                const __m128i p = v4::Load32(four + 4 * i);
-                v4::Store32(d + 4 * i, _mm_or_si128(_mm_andnot_si128(keep_alpha, p), _mm_and_si128(keep_alpha, v4::Load32(d + 4 * i))));
-            }
+            PackPixels(d, n, last, keep_alpha, [&](int32_t i) { return v4::Load(b + i * stride); });
         });
     scratch::Free(buffers, bytes);
 }
 
 }  // namespace
-}  // namespace velmora::filter
 
-using velmora::XMBYTE4;
-using velmora::XMImage;
+// The two passes row by row, as the transposed pair computes them: each source row is filtered
+// across and rounded to bytes (what the first pass stores) into a ring of `size` rows kept as
+// floats; each output row then combines the ring's rows down the column, clipped at the top and
+// bottom, which is the second pass's row taken along the column: the same products summed in the
+// same order, the same bytes. A destination row is written only after every row reading the
+// source row it replaces has been filtered, so dst may be src.
+void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
+                      int32_t height, const int32_t* kernel, int32_t size, bool last) {
+    if (width <= 0 || height <= 0) return;
+    const std::vector<float> weights(kernel, kernel + size);
+    const Taps taps{weights.data(), size, size / 2};
+    const int32_t first_tap = -taps.centre, last_tap = size - taps.centre - 1;
+    const size_t row_floats = 4 * static_cast<size_t>(width);
+    // The ring, then one widened source row, one combined row and one row of bytes.
+    const size_t bytes = sizeof(float) * row_floats * (size + 3);
+    auto* ring = static_cast<float*>(scratch::Allocate(bytes));
+    float* wide = ring + row_floats * size;
+    float* out = wide + row_floats;
+    auto* rounded = reinterpret_cast<uint8_t*>(out + row_floats);
+    std::vector<const float*> window(static_cast<size_t>(size));
+    const float* const* rows = window.data() + taps.centre;  // rows[t]: the filtered row y + t
+    const __m128i keep_alpha = KeepAlpha(last);
+    int32_t filtered = 0;
+    for (int32_t y = 0; y < height; ++y) {
+        const int32_t lo = std::max(first_tap, -y), hi = std::min(last_tap, height - 1 - y);
+        for (; filtered <= y + hi; ++filtered) {
+            float* slot = ring + row_floats * static_cast<size_t>(filtered % size);
+            WidenRow(frame::Row(src, src_step, filtered), wide, width);
+            ClippedRow<4>(wide, slot, width, 0, 0, taps);
+            PackPixels(rounded, width, true, keep_alpha, [&](int32_t i) { return v4::Load(slot + 4 * i); });
+            WidenRow(rounded, slot, width);
+        }
+        for (int32_t t = lo; t <= hi; ++t) window[static_cast<size_t>(t - first_tap)] = ring + row_floats * static_cast<size_t>((y + t) % size);
+        ClippedColumn(rows, out, static_cast<int64_t>(row_floats), taps, lo, hi);
+        PackPixels(frame::Row(dst, dst_step, y), width, last, keep_alpha, [&](int32_t i) { return v4::Load(out + 4 * i); });
+    }
+    scratch::Free(ring, bytes);
+}
+
+}  // namespace velmora::filter
 
 extern "C" VELMORA_API void VELMORA_CALL ImageConvolveTranspose_Bgra32(const uint8_t* src, int32_t srcStep,
                                                                        int32_t width, int32_t height, uint8_t* dst,
@@ -78,12 +129,7 @@ extern "C" VELMORA_API void VELMORA_CALL ImageConvolveTranspose_Bgra32(const uin
 
 extern "C" VELMORA_API void VELMORA_CALL ImageConvolve_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi,
                                                               const int32_t* kernel, int32_t size, int32_t last) {
-    const int32_t w = roi->width, h = roi->height;
-    if (w <= 0 || h <= 0) return;
-    auto tmp = XMImage<XMBYTE4>::Create(h, w);
-    auto* t = reinterpret_cast<uint8_t*>(tmp->Origin());
-    ImageConvolveTranspose_Bgra32(image, step, w, h, t, tmp->Pitch(), kernel, size, 1);
-    ImageConvolveTranspose_Bgra32(t, tmp->Pitch(), h, w, image, step, kernel, size, last);
+    velmora::filter::ConvolveRowsBgra(image, step, image, step, roi->width, roi->height, kernel, size, last != 0);
 }
 
 extern "C" VELMORA_API void VELMORA_CALL ImageGaussian5x5_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi) {

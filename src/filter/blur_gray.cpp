@@ -105,6 +105,7 @@ void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_
 }  // namespace velmora::filter
 
 namespace frame = velmora::frame;
+namespace v4 = velmora::v4;
 using velmora::filter::GrayBoxPassTranspose;
 
 // The plain and _SSE2 exports have always been specified to give the same values; they share the
@@ -132,6 +133,24 @@ VELMORA_GRAY_BOX(XMImageComputeMeanII_Gray32Float, true)
 
 namespace {
 
+// out[x] for x0 <= x < x1, windows lying whole in the row (x - r >= 0, x + r < width): the
+// window sum from the 64-bit prefix sums (each below 2^31), divided by the one count, plus 0.5,
+// truncated: the scalar formula, four pixels a vector. Returns where it stopped.
+int32_t WholeWindowMeans(const uint64_t* prefix, uint8_t* out, int32_t x0, int32_t x1, int32_t r, float count) {
+    const __m128 n = v4::Set1(count), half = v4::Set1(0.5f);
+    auto sums = [&](int32_t x) {  // the four window sums of x .. x + 3 as int32
+        const auto at = [&](int64_t i) { return v4::LoadI(prefix + i); };
+        const __m128i a = _mm_sub_epi64(at(x + r + 1), at(x - r)), b = _mm_sub_epi64(at(x + r + 3), at(x - r + 2));
+        return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+    };
+    int32_t x = x0;
+    for (; x + 4 <= x1; x += 4) {
+        const __m128i q = _mm_cvttps_epi32(_mm_add_ps(_mm_div_ps(_mm_cvtepi32_ps(sums(x)), n), half));
+        v4::Store32(out + x, v4::PackToBytes(q, q, q, q));
+    }
+    return x;
+}
+
 // Sums of the clipped (2r+1)-square windows of an 8-bit plane, exact in integers: each window's
 // sum is the sum of its clipped column sums, so computing it in two one-dimensional steps gives
 // the same integers as adding the window's bytes one by one.
@@ -141,6 +160,8 @@ void ThreeBoxGray8(uint8_t* image, int32_t step, int32_t w, int32_t h, int32_t r
     auto* copy = static_cast<uint8_t*>(velmora::scratch::Allocate(bytes));
     std::vector<uint32_t> columns(static_cast<size_t>(w));
     std::vector<uint64_t> prefix(static_cast<size_t>(w) + 1);
+    // Window sums below 2^31 convert to float exactly as the scalar conversion does, four at a time.
+    const bool vector_sums = 255.0 * std::min(2.0 * r + 1, double(w)) * std::min(2.0 * r + 1, double(h)) < 2147483648.0;
     for (int pass = 0; pass < 3; ++pass) {
         for (int32_t y = 0; y < h; ++y) std::memcpy(copy + int64_t{y} * row_len, frame::Row(image, step, y), w);
         std::fill(columns.begin(), columns.end(), 0u);
@@ -151,12 +172,16 @@ void ThreeBoxGray8(uint8_t* image, int32_t step, int32_t w, int32_t h, int32_t r
             const int32_t rows = std::min(y + r, h - 1) - std::max(y - r, 0) + 1;
             for (int32_t x = 0; x < w; ++x) prefix[x + 1] = prefix[x] + columns[x];
             uint8_t* out = frame::Row(image, step, y);
-            for (int32_t x = 0; x < w; ++x) {
+            auto mean = [&](int32_t x) {
                 const int32_t hi = std::min(x + r, w - 1), lo = std::max(x - r, 0);
                 const float sum = static_cast<float>(prefix[hi + 1] - prefix[lo]);
                 const float count = static_cast<float>((hi - lo + 1) * rows);
                 out[x] = static_cast<uint8_t>(static_cast<int32_t>(sum / count + 0.5f));
-            }
+            };
+            int32_t x = 0;
+            for (; x < std::min(r, w); ++x) mean(x);
+            if (vector_sums) x = WholeWindowMeans(prefix.data(), out, x, w - r, r, static_cast<float>((2 * r + 1) * rows));
+            for (; x < w; ++x) mean(x);
             if (y + r + 1 < h)
                 for (int32_t x = 0; x < w; ++x) columns[x] += copy[int64_t{y + r + 1} * row_len + x];
             if (y - r >= 0)

@@ -11,6 +11,7 @@
 #include "core/frame.h"
 #include "core/image.h"
 #include "core/vec4.h"
+#include "filter/blur.h"
 
 namespace frame = velmora::frame;
 namespace v4 = velmora::v4;
@@ -94,16 +95,10 @@ extern "C" VELMORA_API void VELMORA_CALL ImagePyrDown_Bgra32(const uint8_t* src,
                                                              const ImageSize* dstSize) {
     const int32_t w = srcSize->width, h = srcSize->height;
     if (w <= 0 || h <= 0) return;
-    // Blur into a plane of our own (the source stays untouched; both passes filter alpha, so the
-    // second writes every byte of it), then resample the blurred plane.
+    // Blur into a plane of our own (the source stays untouched), then resample it.
     auto copy = XMImage<XMBYTE4>::Create(w, h);
     auto* c = reinterpret_cast<uint8_t*>(copy->Origin());
-    {
-        auto across = XMImage<XMBYTE4>::Create(h, w);
-        auto* t = reinterpret_cast<uint8_t*>(across->Origin());
-        ImageConvolveTranspose_Bgra32(src, srcStep, w, h, t, across->Pitch(), kBinomial5, 5, 1);
-        ImageConvolveTranspose_Bgra32(t, across->Pitch(), h, w, c, copy->Pitch(), kBinomial5, 5, 1);
-    }
+    velmora::filter::ConvolveRowsBgra(src, srcStep, c, copy->Pitch(), w, h, kBinomial5, 5, true);
     ImageResize_Bgra32(c, copy->Pitch(), srcSize, dst, dstStep, dstSize);
 }
 

@@ -80,7 +80,7 @@ void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, 
 }  // namespace
 
 // The two passes row by row, as the transposed pair computes them: each source row is filtered
-// across and rounded to bytes (what the first pass stores) into a ring of `size` rows kept as
+// across and rounded to byte values (what the first pass stores) into a ring of `size` rows kept as
 // floats; each output row then combines the ring's rows down the column, clipped at the top and
 // bottom, which is the second pass's row taken along the column: the same products summed in the
 // same order, the same bytes. A destination row is written only after every row reading the
@@ -92,12 +92,11 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
     const Taps taps{weights.data(), size, size / 2};
     const int32_t first_tap = -taps.centre, last_tap = size - taps.centre - 1;
     const size_t row_floats = 4 * static_cast<size_t>(width);
-    // The ring, then one widened source row, one combined row and one row of bytes.
-    const size_t bytes = sizeof(float) * row_floats * (size + 3);
+    // The ring, then one widened source row and one combined row.
+    const size_t bytes = sizeof(float) * row_floats * (size + 2);
     auto* ring = static_cast<float*>(scratch::Allocate(bytes));
     float* wide = ring + row_floats * size;
     float* out = wide + row_floats;
-    auto* rounded = reinterpret_cast<uint8_t*>(out + row_floats);
     std::vector<const float*> window(static_cast<size_t>(size));
     const float* const* rows = window.data() + taps.centre;  // rows[t]: the filtered row y + t
     const __m128i keep_alpha = KeepAlpha(last);
@@ -108,8 +107,13 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
             float* slot = ring + row_floats * static_cast<size_t>(filtered % size);
             WidenRow(frame::Row(src, src_step, filtered), wide, width);
             ClippedRow<4>(wide, slot, width, 0, 0, taps);
-            PackPixels(rounded, width, true, keep_alpha, [&](int32_t i) { return v4::Load(slot + 4 * i); });
-            WidenRow(rounded, slot, width);
+            // Rounded and saturated as the byte pack does it (a value beyond int32 converts to
+            // the integer minimum, hence 0), but kept as floats.
+            const __m128 top = v4::Set1(255.0f);
+            for (size_t i = 0; i < row_floats; i += 4) {
+                const __m128 whole = _mm_cvtepi32_ps(v4::RoundToInt(v4::Load(slot + i)));
+                v4::Store(slot + i, _mm_min_ps(_mm_max_ps(whole, v4::Zero()), top));
+            }
         }
         for (int32_t t = lo; t <= hi; ++t) window[static_cast<size_t>(t - first_tap)] = ring + row_floats * static_cast<size_t>((y + t) % size);
         ClippedColumn(rows, out, static_cast<int64_t>(row_floats), taps, lo, hi);

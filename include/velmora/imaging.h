@@ -832,8 +832,8 @@ VELMORA_API void VELMORA_CALL XMImageSepConv_Gray32F_SSE2(const float* src, int3
 VELMORA_API void VELMORA_CALL ImageConvolveTranspose_Bgra32(const uint8_t* src, int32_t srcStep, int32_t width,
                                                             int32_t height, uint8_t* dst, int32_t dstStep,
                                                             const int32_t* kernel, int32_t size, int32_t last);
-/* In place: the pass above across (all channels) into a scratch, then back with the caller's last
-   (0 keeps the image's own alpha). */
+/* In place: the result of the pass above across (all channels), then back with the caller's last
+   (0 keeps the image's own alpha), computed row by row with a few rows of scratch. */
 VELMORA_API void VELMORA_CALL ImageConvolve_Bgra32(uint8_t* image, int32_t step, const ImageSize* roi,
                                                    const int32_t* kernel, int32_t size, int32_t last);
 /* In place, ImageConvolve_Bgra32 with 1 4 6 4 1 and last = 1. */

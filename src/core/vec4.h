@@ -67,6 +67,20 @@ inline __m128i WidenHi16(__m128i v) { return _mm_unpackhi_epi16(v, _mm_setzero_s
 // Four bytes (one 8-bit pixel) to four floats.
 inline __m128 BytesToFloat(__m128i four_bytes_low) { return _mm_cvtepi32_ps(WidenLo16(WidenLo8(four_bytes_low))); }
 
+// A row of four-byte pixels as four floats each (the byte values, unscaled), four pixels a
+// load; reads exactly the row's bytes.
+inline void BytePixelsToFloats(const uint8_t* row, float* out, int32_t pixels) {
+    int32_t x = 0;
+    for (; x + 4 <= pixels; x += 4) {
+        const __m128i px = LoadI(row + 4 * x), lo = WidenLo8(px), hi = WidenHi8(px);
+        Store(out + 4 * x, _mm_cvtepi32_ps(WidenLo16(lo)));
+        Store(out + 4 * x + 4, _mm_cvtepi32_ps(WidenHi16(lo)));
+        Store(out + 4 * x + 8, _mm_cvtepi32_ps(WidenLo16(hi)));
+        Store(out + 4 * x + 12, _mm_cvtepi32_ps(WidenHi16(hi)));
+    }
+    for (; x < pixels; ++x) Store(out + 4 * x, BytesToFloat(Load32(row + 4 * x)));
+}
+
 // Packs 16 int32 lanes (values already in 0..255 or saturating) to 16 bytes: signed
 // saturation to 16 bits, then unsigned saturation to 8 bits.
 inline __m128i PackToBytes(__m128i a, __m128i b, __m128i c, __m128i d) {

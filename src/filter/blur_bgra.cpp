@@ -19,19 +19,6 @@
 namespace velmora::filter {
 namespace {
 
-// A row of 8-bit pixels as floats, four pixels a load.
-void WidenRow(const uint8_t* row, float* wide, int32_t width) {
-    int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-        const __m128i px = v4::LoadI(row + 4 * x), lo = v4::WidenLo8(px), hi = v4::WidenHi8(px);
-        v4::Store(wide + 4 * x, _mm_cvtepi32_ps(v4::WidenLo16(lo)));
-        v4::Store(wide + 4 * x + 4, _mm_cvtepi32_ps(v4::WidenHi16(lo)));
-        v4::Store(wide + 4 * x + 8, _mm_cvtepi32_ps(v4::WidenLo16(hi)));
-        v4::Store(wide + 4 * x + 12, _mm_cvtepi32_ps(v4::WidenHi16(hi)));
-    }
-    for (; x < width; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
-}
-
 // Where keep_alpha's lanes are set, the old bytes stay.
 __m128i Merged(__m128i fresh, __m128i old, __m128i keep_alpha) {
     return _mm_or_si128(_mm_andnot_si128(keep_alpha, fresh), _mm_and_si128(keep_alpha, old));
@@ -68,7 +55,7 @@ void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, 
     WriteTransposed(
         height, width, buffers, dst, dst_step, 4,
         [&](int32_t y, float* out) {
-            WidenRow(frame::Row(src, src_step, y), wide, width);
+            v4::BytePixelsToFloats(frame::Row(src, src_step, y), wide, width);
             ClippedRow<4>(wide, out, width, 0, 0, taps);
         },
         [&](uint8_t* d, const float* b, int64_t stride, int32_t n) {
@@ -105,7 +92,7 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
         const int32_t lo = std::max(first_tap, -y), hi = std::min(last_tap, height - 1 - y);
         for (; filtered <= y + hi; ++filtered) {
             float* slot = ring + row_floats * static_cast<size_t>(filtered % size);
-            WidenRow(frame::Row(src, src_step, filtered), wide, width);
+            v4::BytePixelsToFloats(frame::Row(src, src_step, filtered), wide, width);
             ClippedRow<4>(wide, slot, width, 0, 0, taps);
             // Rounded and saturated as the byte pack does it (a value beyond int32 converts to
             // the integer minimum, hence 0), but kept as floats.

@@ -96,7 +96,7 @@ void HalveBlocks(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst
 
 // One source row widened to floats and resampled across.
 void Across(const uint8_t* row, int32_t in_w, const AxisWeights& ax, float* wide, float* out) {
-    for (int32_t x = 0; x < in_w; ++x) v4::Store(wide + 4 * x, v4::BytesToFloat(v4::Load32(row + 4 * x)));
+    v4::BytePixelsToFloats(row, wide, in_w);
     const int32_t out_w = static_cast<int32_t>(ax.count.size());
     for (int32_t o = 0; o < out_w; ++o) {
         const int32_t f = ax.first[o];
@@ -115,31 +115,38 @@ void Resize(const uint8_t* src, int32_t src_step, int32_t in_w, int32_t in_h, ui
     // consecutive source rows.
     const int32_t slots = ay.max_taps + 1;
     const size_t row_floats = 4 * static_cast<size_t>(out_w);
-    const size_t bytes = sizeof(float) * (row_floats * (slots + 1) + 4 * static_cast<size_t>(in_w));
+    const size_t bytes = sizeof(float) * (row_floats * slots + 4 * static_cast<size_t>(in_w));
     auto* buffers = static_cast<float*>(scratch::Allocate(bytes));
-    float* wide = buffers + row_floats * (slots + 1);
-    float* acc = buffers + row_floats * slots;
+    float* wide = buffers + row_floats * slots;
     std::vector<int32_t> held(static_cast<size_t>(slots), -1);
     auto across = [&](int32_t y) {
         float* slot = buffers + row_floats * static_cast<size_t>(y % slots);
         if (held[y % slots] != y) Across(frame::Row(src, src_step, y), in_w, ax, wide, slot), held[y % slots] = y;
         return static_cast<const float*>(slot);
     };
+    std::vector<const float*> rows(static_cast<size_t>(ay.max_taps));
+    // Each output row in one sweep: the taps' rows weighted and summed in tap order, then
+    // rounded half up and clamped, four pixels a store.
     const __m128 half = v4::Set1(0.5f);
+    const auto finish = [&](__m128 acc) { return _mm_cvttps_epi32(_mm_max_ps(_mm_add_ps(acc, half), v4::Zero())); };
     for (int32_t o = 0; o < out_h; ++o) {
-        const int32_t f = ay.first[o];
-        const float* row = across(ay.index[f]);
-        const __m128 w0 = v4::Set1(ay.weight[f]);
-        for (size_t i = 0; i < row_floats; i += 4) v4::Store(acc + i, _mm_mul_ps(v4::Load(row + i), w0));
-        for (int32_t t = 1; t < ay.count[o]; ++t) {
-            row = across(ay.index[f + t]);
-            const __m128 wt = v4::Set1(ay.weight[f + t]);
-            for (size_t i = 0; i < row_floats; i += 4)
-                v4::Store(acc + i, _mm_add_ps(v4::Load(acc + i), _mm_mul_ps(v4::Load(row + i), wt)));
-        }
+        const int32_t f = ay.first[o], n = ay.count[o];
+        const float* w = ay.weight.data() + f;
+        // The rows of one output are at most max_taps consecutive source rows: all in the ring at once.
+        for (int32_t t = 0; t < n; ++t) rows[size_t(t)] = across(ay.index[size_t(f + t)]);
+        const auto sum = [&](size_t i) {
+            __m128 acc = _mm_mul_ps(v4::Load(rows[0] + i), v4::Set1(w[0]));
+            for (int32_t t = 1; t < n; ++t) acc = _mm_add_ps(acc, _mm_mul_ps(v4::Load(rows[size_t(t)] + i), v4::Set1(w[t])));
+            return acc;
+        };
         uint8_t* out = frame::Row(dst, dst_step, o);
-        for (int32_t x = 0; x < out_w; ++x) {
-            const __m128i v = _mm_cvttps_epi32(_mm_max_ps(_mm_add_ps(v4::Load(acc + 4 * x), half), v4::Zero()));
+        int32_t x = 0;
+        for (; x + 4 <= out_w; x += 4) {
+            const size_t i = 4 * static_cast<size_t>(x);
+            v4::StoreI(out + 4 * x, v4::PackToBytes(finish(sum(i)), finish(sum(i + 4)), finish(sum(i + 8)), finish(sum(i + 12))));
+        }
+        for (; x < out_w; ++x) {
+            const __m128i v = finish(sum(4 * static_cast<size_t>(x)));
             v4::Store32(out + 4 * x, v4::PackToBytes(v, v, v, v));
         }
     }

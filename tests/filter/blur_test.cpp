@@ -3,6 +3,7 @@
 // bottom-right corners, so a read one pixel further crashes; every output pixel is compared
 // exactly, and pixels a kernel must leave alone (margins, in-place borders, alpha) are checked.
 // Every case runs at each instruction-set level the processor has.
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <vector>
@@ -223,6 +224,15 @@ TEST(GrayBoxMeans, LargeAlignedDestinationStreamsTheSameValues) {
 
 ::testing::AssertionResult BytesMatch(const Plane<uint8_t>& p, const std::vector<uint8_t>& want) {
     return vt::RowsMatch([&](int y) { return p.g.RowAs<const uint8_t>(y); }, p.h, int64_t{p.w} * p.c, want);
+}
+
+// A white picture stays white. At 3008 x 2807 with radius 1500 the whole-width windows of the
+// middle rows sum 255 x 3001 x 2807, just past 2^31: those sums must not take the 32-bit path.
+TEST(EightBitBlurs, WindowSumsPast2To31StayExact) {
+    const ImageSize roi{3008, 2807};
+    std::vector<uint8_t> white(size_t(roi.width) * roi.height, 255);
+    ImageFastGaussianBlur_Gray8(white.data(), roi.width, &roi, 1500);
+    EXPECT_EQ(std::count(white.begin(), white.end(), uint8_t(255)), std::ptrdiff_t(white.size()));
 }
 
 TEST(EightBitBlurs, MatchReference) {

@@ -60,7 +60,7 @@ void Curve16Row(const uint16_t* src, uint16_t* dst, int32_t count, const float* 
         const __m128i lo = MapCodes<KeepAlpha>(v4::WidenLo16(codes), table, scale);
         const __m128i hi = MapCodes<KeepAlpha>(v4::WidenHi16(codes), table, scale);
         const __m128i mapped = v4::PackToWords(lo, hi);  // codes are clamped to 0..65535
-        if constexpr (KeepAlpha) return _mm_or_si128(_mm_andnot_si128(alpha, mapped), _mm_and_si128(alpha, old));
+        if constexpr (KeepAlpha) return v4::Select(mapped, old, alpha);
         else return mapped;
     };
     const auto load = [](const uint16_t* p) { return Aligned ? v4::LoadIAligned(p) : v4::LoadI(p); };

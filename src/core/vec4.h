@@ -49,6 +49,9 @@ inline __m128i RoundToInt(__m128 v) { return _mm_cvtps_epi32(v); }
 inline __m128 Select(__m128 a, __m128 b, __m128 mask) {
     return _mm_or_ps(_mm_andnot_ps(mask, a), _mm_and_ps(mask, b));
 }
+inline __m128i Select(__m128i a, __m128i b, __m128i mask) {
+    return _mm_or_si128(_mm_andnot_si128(mask, a), _mm_and_si128(mask, b));
+}
 
 // Exchanges lanes 0 and 2 (R, G, B, A <-> B, G, R, A).
 inline __m128 SwapRB(__m128 v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 0, 1, 2)); }

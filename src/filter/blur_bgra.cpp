@@ -19,24 +19,19 @@
 namespace velmora::filter {
 namespace {
 
-// Where keep_alpha's lanes are set, the old bytes stay.
-__m128i Merged(__m128i fresh, __m128i old, __m128i keep_alpha) {
-    return _mm_or_si128(_mm_andnot_si128(keep_alpha, fresh), _mm_and_si128(keep_alpha, old));
-}
-
 // Pixels px(0) .. px(n - 1), rounded and saturated to bytes, stored to d, d + 4, ...: four a
-// store, the destination read back only when its alpha is kept.
+// store, the destination read back only when its alpha is kept (keep_alpha's lanes).
 template <class Pixel>
 void PackPixels(uint8_t* d, int32_t n, bool last, __m128i keep_alpha, Pixel&& px) {
     const auto at = [&](int32_t i) { return v4::RoundToInt(px(i)); };
     int32_t i = 0;
     for (; i + 4 <= n; i += 4) {
         const __m128i bytes = v4::PackToBytes(at(i), at(i + 1), at(i + 2), at(i + 3));
-        v4::StoreI(d + 4 * i, last ? bytes : Merged(bytes, v4::LoadI(d + 4 * i), keep_alpha));
+        v4::StoreI(d + 4 * i, last ? bytes : v4::Select(bytes, v4::LoadI(d + 4 * i), keep_alpha));
     }
     for (; i < n; ++i) {
         const __m128i p = at(i), bytes = v4::PackToBytes(p, p, p, p);
-        v4::Store32(d + 4 * i, last ? bytes : Merged(bytes, v4::Load32(d + 4 * i), keep_alpha));
+        v4::Store32(d + 4 * i, last ? bytes : v4::Select(bytes, v4::Load32(d + 4 * i), keep_alpha));
     }
 }
 
@@ -87,6 +82,7 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
     std::vector<const float*> window(static_cast<size_t>(size));
     const float* const* rows = window.data() + taps.centre;  // rows[t]: the filtered row y + t
     const __m128i keep_alpha = KeepAlpha(last);
+    const __m128 top = v4::Set1(255.0f);
     int32_t filtered = 0;
     for (int32_t y = 0; y < height; ++y) {
         const int32_t lo = std::max(first_tap, -y), hi = std::min(last_tap, height - 1 - y);
@@ -96,7 +92,6 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
             ClippedRow<4>(wide, slot, width, 0, 0, taps);
             // Rounded and saturated as the byte pack does it (a value beyond int32 converts to
             // the integer minimum, hence 0), but kept as floats.
-            const __m128 top = v4::Set1(255.0f);
             for (size_t i = 0; i < row_floats; i += 4) {
                 const __m128 whole = _mm_cvtepi32_ps(v4::RoundToInt(v4::Load(slot + i)));
                 v4::Store(slot + i, _mm_min_ps(_mm_max_ps(whole, v4::Zero()), top));

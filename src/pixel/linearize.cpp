@@ -48,7 +48,7 @@ public:
         // One 8-byte load fetches both neighbours T[j], T[j+1] of a lane, j = min(k, n - 2);
         // where k is n - 1 both neighbours are then T[n - 1], the pair's upper entry.
         const __m128i past = _mm_cmpgt_epi32(k, last_pair_);
-        const __m128i j = _mm_or_si128(_mm_andnot_si128(past, k), _mm_and_si128(past, last_pair_));
+        const __m128i j = v4::Select(k, last_pair_, past);
         alignas(16) int32_t at[4];
         _mm_store_si128(reinterpret_cast<__m128i*>(at), j);
         const __m128 n01 = _mm_loadh_pi(Pair(at[0]), reinterpret_cast<const __m64*>(table_ + at[1]));
@@ -304,9 +304,8 @@ void MatrixRow(uint16_t* px, int32_t width, const __m128 rows[3]) {
         const __m128i in = kPixels == 2 ? v4::LoadI(px) : v4::Load64(px);
         const __m128i packed = _mm_packs_epi32(pixel(v4::WidenLo16(in)), pixel(v4::WidenHi16(in)));
         const __m128i negative = _mm_cmplt_epi16(packed, _mm_setzero_si128());
-        const __m128i out = _mm_or_si128(_mm_andnot_si128(negative, packed),
-                                         _mm_and_si128(negative, _mm_set1_epi16(-32768)));
-        const __m128i merged = _mm_or_si128(_mm_andnot_si128(alpha_words, out), _mm_and_si128(alpha_words, in));
+        const __m128i out = v4::Select(packed, _mm_set1_epi16(-32768), negative);
+        const __m128i merged = v4::Select(out, in, alpha_words);
         if constexpr (kPixels == 2)
             v4::StoreI(px, merged);
         else

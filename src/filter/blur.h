@@ -29,4 +29,9 @@ void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_
 void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
                       int32_t height, const int32_t* kernel, int32_t size, bool last);
 
+// The same in 16-bit integers, with the same bytes, where the weights are whole, non-negative and
+// sum to a power of two from 2 to 256; false, having done nothing, for any other kernel.
+bool ConvolveRowsBgraWords(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
+                           int32_t height, const int32_t* kernel, int32_t size, bool last);
+
 }  // namespace velmora::filter

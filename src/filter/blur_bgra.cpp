@@ -69,6 +69,7 @@ void ConvolveTransposeBgra(const uint8_t* src, int32_t src_step, int32_t width, 
 // source row it replaces has been filtered, so dst may be src.
 void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
                       int32_t height, const int32_t* kernel, int32_t size, bool last) {
+    if (ConvolveRowsBgraWords(src, src_step, dst, dst_step, width, height, kernel, size, last)) return;
     if (width <= 0 || height <= 0) return;
     const std::vector<float> weights(kernel, kernel + size);
     const Taps taps{weights.data(), size, size / 2};

@@ -4,7 +4,9 @@
 // directions and leaves the image the right way round, with every read walking memory row-wise.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <vector>
 
 namespace velmora::filter {
 
@@ -28,6 +30,25 @@ void GrayBoxPassTranspose(const float* src, int32_t src_step, float* dst, int32_
 // be src. `last`: alpha is filtered by the second pass too, else dst's alpha is kept.
 void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t width,
                       int32_t height, const int32_t* kernel, int32_t size, bool last);
+
+// The row walk of a two-pass blur done row by row: source row r is filtered across once, by
+// filter(r, slot), into slot r % size of a ring of `size` rows of row_elems elements; output row y
+// is then combined by combine(y, rows, lo, hi) from rows[t], the filtered row y + t, for taps t
+// from lo to hi (first .. last, clipped to the image). Every source row an output's window reads is
+// filtered before that output is written, and never read again after, so dst may be src.
+template <class T, class Filter, class Combine>
+void RingRows(T* ring, int64_t row_elems, int32_t height, int32_t size, int32_t first, int32_t last, Filter&& filter,
+              Combine&& combine) {
+    std::vector<const T*> window(static_cast<size_t>(size));
+    const T* const* rows = window.data() - first;
+    int32_t filtered = 0;
+    for (int32_t y = 0; y < height; ++y) {
+        const int32_t lo = std::max(first, -y), hi = std::min(last, height - 1 - y);
+        for (; filtered <= y + hi; ++filtered) filter(filtered, ring + row_elems * (filtered % size));
+        for (int32_t t = lo; t <= hi; ++t) window[static_cast<size_t>(t - first)] = ring + row_elems * ((y + t) % size);
+        combine(y, rows, lo, hi);
+    }
+}
 
 // The same in 16-bit integers, with the same bytes, where the weights are whole, non-negative and
 // sum to a power of two from 2 to 256; false, having done nothing, for any other kernel.

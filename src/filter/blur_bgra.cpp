@@ -80,16 +80,12 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
     auto* ring = static_cast<float*>(scratch::Allocate(bytes));
     float* wide = ring + row_floats * size;
     float* out = wide + row_floats;
-    std::vector<const float*> window(static_cast<size_t>(size));
-    const float* const* rows = window.data() + taps.centre;  // rows[t]: the filtered row y + t
     const __m128i keep_alpha = KeepAlpha(last);
     const __m128 top = v4::Set1(255.0f);
-    int32_t filtered = 0;
-    for (int32_t y = 0; y < height; ++y) {
-        const int32_t lo = std::max(first_tap, -y), hi = std::min(last_tap, height - 1 - y);
-        for (; filtered <= y + hi; ++filtered) {
-            float* slot = ring + row_floats * static_cast<size_t>(filtered % size);
-            v4::BytePixelsToFloats(frame::Row(src, src_step, filtered), wide, width);
+    RingRows(
+        ring, static_cast<int64_t>(row_floats), height, size, first_tap, last_tap,
+        [&](int32_t r, float* slot) {
+            v4::BytePixelsToFloats(frame::Row(src, src_step, r), wide, width);
             ClippedRow<4>(wide, slot, width, 0, 0, taps);
             // Rounded and saturated as the byte pack does it (a value beyond int32 converts to
             // the integer minimum, hence 0), but kept as floats.
@@ -97,11 +93,11 @@ void ConvolveRowsBgra(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_
                 const __m128 whole = _mm_cvtepi32_ps(v4::RoundToInt(v4::Load(slot + i)));
                 v4::Store(slot + i, _mm_min_ps(_mm_max_ps(whole, v4::Zero()), top));
             }
-        }
-        for (int32_t t = lo; t <= hi; ++t) window[static_cast<size_t>(t - first_tap)] = ring + row_floats * static_cast<size_t>((y + t) % size);
-        ClippedColumn(rows, out, static_cast<int64_t>(row_floats), taps, lo, hi);
-        PackPixels(frame::Row(dst, dst_step, y), width, last, keep_alpha, [&](int32_t i) { return v4::Load(out + 4 * i); });
-    }
+        },
+        [&](int32_t y, const float* const* rows, int32_t lo, int32_t hi) {
+            ClippedColumn(rows, out, static_cast<int64_t>(row_floats), taps, lo, hi);
+            PackPixels(frame::Row(dst, dst_step, y), width, last, keep_alpha, [&](int32_t i) { return v4::Load(out + 4 * i); });
+        });
     scratch::Free(ring, bytes);
 }
 

@@ -100,21 +100,16 @@ bool ConvolveRowsBgraWords(const uint8_t* src, int32_t src_step, uint8_t* dst, i
     while ((int64_t{1} << k.shift) < total) ++k.shift;
     const bool avx2 = cpu::Has(cpu::Level::Avx2);
 
-    // A ring of `size` filtered rows, each source row filtered once, as the float body does it; a
-    // destination row is written after every source row its window needs, so dst may be src.
+    // The float body's ring walk, over rows of bytes.
     const int64_t row_bytes = int64_t{4} * width;
     const size_t bytes = static_cast<size_t>(row_bytes) * static_cast<size_t>(size);
     auto* ring = static_cast<uint8_t*>(scratch::Allocate(bytes));
-    std::vector<const uint8_t*> window(static_cast<size_t>(size));
-    const uint8_t* const* rows = window.data() - k.first;  // rows[t]: the filtered row y + t
-    int32_t filtered = 0;
-    for (int32_t y = 0; y < height; ++y) {
-        const int32_t lo = std::max(k.first, -y), hi = std::min(k.last, height - 1 - y);
-        for (; filtered <= y + hi; ++filtered)
-            FilterRow(frame::Row(src, src_step, filtered), ring + row_bytes * (filtered % size), width, k, avx2);
-        for (int32_t t = lo; t <= hi; ++t) window[static_cast<size_t>(t - k.first)] = ring + row_bytes * ((y + t) % size);
-        CombineColumn(rows, frame::Row(dst, dst_step, y), row_bytes, lo, hi, k, !last, avx2);
-    }
+    RingRows(
+        ring, row_bytes, height, size, k.first, k.last,
+        [&](int32_t r, uint8_t* slot) { FilterRow(frame::Row(src, src_step, r), slot, width, k, avx2); },
+        [&](int32_t y, const uint8_t* const* rows, int32_t lo, int32_t hi) {
+            CombineColumn(rows, frame::Row(dst, dst_step, y), row_bytes, lo, hi, k, !last, avx2);
+        });
     scratch::Free(ring, bytes);
     return true;
 }

@@ -20,6 +20,7 @@
 #include <xsimd/xsimd.hpp>
 
 #include "adjust/lane_ops.h"
+#include "core/xmmath.h"
 #include "pixel/srgb_math.h"
 #include "velmora/imaging.h"
 
@@ -228,7 +229,7 @@ using RowFn = void (*)(float* px, int32_t width, const Params& p);
 // every live vector of the groups (all vector registers are caller-saved).
 
 template <class L, unsigned F>
-__attribute__((flatten)) void DevelopRow(float* px, int32_t width, const Params& p) {
+VELMORA_FLATTEN void DevelopRow(float* px, int32_t width, const Params& p) {
     constexpr Steps on{(F & kExposure) != 0, (F & kBrightness) != 0, (F & kTone) != 0, (F & kContrast) != 0,
                        (F & kClarity) != 0,  (F & kSaturation) != 0, true};
     Amounts<typename L::B> same[L::kGroups];
@@ -239,7 +240,7 @@ __attribute__((flatten)) void DevelopRow(float* px, int32_t width, const Params&
 // Saturation alone skips the tone round trip: every lane, the fourth included, moves away from
 // the pixel's luminance, with no clamp.
 template <class L>
-__attribute__((flatten)) void SaturationOnlyRow(float* px, int32_t width, const Params& p) {
+VELMORA_FLATTEN void SaturationOnlyRow(float* px, int32_t width, const Params& p) {
     using B = typename L::B;
     const B factor(p.saturation_factor);
     for (int32_t x = 0; x < width; x += L::kPixels, px += 4 * L::kPixels) {
@@ -327,7 +328,7 @@ inline void LocalAmounts(const MaskedCall& c, Amounts<B>& a, Local&& local) {
 
 // One row of the masked pass; row_offset is where the row's values start in every map.
 template <class L>
-__attribute__((flatten)) void MaskedRow(float* px, int32_t width, int64_t row_offset, const MaskedCall& c) {
+VELMORA_FLATTEN void MaskedRow(float* px, int32_t width, int64_t row_offset, const MaskedCall& c) {
     using B = typename L::B;
     const B black(c.black);
     Amounts<B> a[L::kGroups];

@@ -28,6 +28,16 @@
 
 #include <xsimd/xsimd.hpp>
 
+// Marks a row loop whose speed needs the vector math inlined whole into it: a call would spill
+// every live vector (all vector registers are caller-saved). Inlining changes no result, so the
+// instrumented builds (sanitizers, -O1) define VELMORA_NO_FLATTEN and leave it to the compiler:
+// flattening the develop pass's 130 loops under instrumentation is most of their compile time.
+#ifdef VELMORA_NO_FLATTEN
+#define VELMORA_FLATTEN
+#else
+#define VELMORA_FLATTEN [[gnu::flatten]]
+#endif
+
 namespace velmora {
 
 using Batch4 = xsimd::batch<float, xsimd::sse2>;

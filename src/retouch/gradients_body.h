@@ -56,7 +56,7 @@ inline V Iota() {
 // four at a time (x computed afresh there, exact as the running x is). Large aligned masks are written with streaming stores: a mask is written once
 // and read later, so reading each line into the cache first would only double the traffic.
 template <class B, class Value>
-[[gnu::flatten]] void Fill(const Request& q, Value&& value) {
+VELMORA_FLATTEN void Fill(const Request& q, Value&& value) {
     using B4 = xsimd::batch<float, xsimd::sse2>;
     constexpr int32_t kLanes = static_cast<int32_t>(B::size);
     const int32_t width = q.region[2], height = q.region[3];

@@ -225,8 +225,7 @@ enum Flag : unsigned {
 
 using RowFn = void (*)(float* px, int32_t width, const Params& p);
 
-// The row functions are flattened: the vector math is inlined whole, because a call would spill
-// every live vector of the groups (all vector registers are caller-saved).
+// The row functions are VELMORA_FLATTEN loops: the vector math is inlined whole into each.
 
 template <class L, unsigned F>
 VELMORA_FLATTEN void DevelopRow(float* px, int32_t width, const Params& p) {

@@ -57,17 +57,17 @@ constexpr Weights kProPhotoLuma{0.28804f, 0.711874f, 8.6e-05f};
 constexpr Weights kRec709Luma{0.2125f, 0.7152f, 0.0721f};
 
 // The four pixels of a quad as planes: one vector each of R, G, B and the fourth lane.
-struct Planes {
+struct QuadPlanes {
     __m128 r, g, b, a;
 };
-inline Planes Planar(const __m128 (&px)[4]) {
-    Planes p{px[0], px[1], px[2], px[3]};
+inline QuadPlanes Planar(const __m128 (&px)[4]) {
+    QuadPlanes p{px[0], px[1], px[2], px[3]};
     v4::Transpose4(p.r, p.g, p.b, p.a);
     return p;
 }
 
 // Luminance of four pixels, one lane each: (wr R + wg G) + wb B.
-inline __m128 Luminance(const Planes& p, Weights w) {
+inline __m128 Luminance(const QuadPlanes& p, Weights w) {
     return _mm_add_ps(_mm_add_ps(_mm_mul_ps(p.r, v4::Set1(w.r)), _mm_mul_ps(p.g, v4::Set1(w.g))),
                       _mm_mul_ps(p.b, v4::Set1(w.b)));
 }
@@ -179,7 +179,7 @@ inline void MixWithLuminance(__m128 (&px)[4], __m128 y, __m128 f) {
 template <bool kVibrance, bool kLocal>
 void SaturationRow(float* row, const float* local, int32_t width, float k, float vibrance) {
     ForEachQuad(row, row, kLocal ? local : nullptr, width, [&](__m128(&px)[4], __m128 local_amount) {
-        const Planes p = Planar(px);
+        const QuadPlanes p = Planar(px);
         const __m128 y = Luminance(p, kProPhotoLuma);
         __m128 f = v4::Set1(k);
         if constexpr (kVibrance) {

@@ -1,5 +1,5 @@
-// Minimum, maximum and clamps over the xsimd batch type for the family's shared SSE2/AVX2
-// arithmetic, bound to the instructions themselves: where either lane is NaN the second operand
+// Minimum, maximum and clamps over the xsimd batch type for the family's shared arithmetic at
+// every width, bound to the instructions themselves: where either lane is NaN the second operand
 // comes out, a rule the clamps rely on (lower bound first, so NaN becomes the lower bound) and
 // xsimd's own min and max do not promise.
 #pragma once
@@ -11,13 +11,15 @@ namespace velmora::adjust {
 template <class B>
 inline B Min(B a, B b) {
     if constexpr (B::size == 4) return _mm_min_ps(a, b);
-    else return _mm256_min_ps(a, b);
+    else if constexpr (B::size == 8) return _mm256_min_ps(a, b);
+    else return _mm512_min_ps(a, b);
 }
 
 template <class B>
 inline B Max(B a, B b) {
     if constexpr (B::size == 4) return _mm_max_ps(a, b);
-    else return _mm256_max_ps(a, b);
+    else if constexpr (B::size == 8) return _mm256_max_ps(a, b);
+    else return _mm512_max_ps(a, b);
 }
 
 template <class B>

@@ -4,9 +4,11 @@
 // on each step's latency; two independent chains side by side fill those waits. Each half gets
 // exactly the operations a single vector would, so results are bit for bit the same.
 // The kernel code calls Select, Max, Min, Floor and Exp2 unqualified; the overloads for plain
-// xsimd batches sit beside the ones for twins.
+// xsimd batches sit beside the ones for twins (Max and Min come from lane_ops.h, which fixes the
+// NaN rule to the instructions').
 #pragma once
 
+#include "adjust/lane_ops.h"
 #include "core/xmmath.h"
 
 namespace velmora::adjust {
@@ -55,10 +57,6 @@ inline TwinMask<M> operator||(const TwinMask<M>& x, const TwinMask<M>& y) {
 // The plain batch forms.
 template <class M, class B>
 inline B Select(const M& m, const B& x, const B& y) { return xsimd::select(m, x, y); }
-template <class B>
-inline B Max(const B& x, const B& y) { return xsimd::max(x, y); }
-template <class B>
-inline B Min(const B& x, const B& y) { return xsimd::min(x, y); }
 template <class B>
 inline B Floor(const B& x) { return xsimd::floor(x); }
 template <class B>

@@ -391,14 +391,19 @@ TEST(ColorArguments, ValidatingKernelsRejectAndTouchNothing) {
     ASSERT_EQ(XMImageSRGBToLAB_Rgb128F_SSE2(defaults, 32, &roi, nullptr, nullptr), StatusOk);
     EXPECT_EQ(std::memcmp(given, defaults, sizeof given), 0);
 
-    // The gradient map: unsorted stops, stops outside [0, 1], NaN; the 3D LUT: sizes, modes, nulls.
-    const float unsorted[8] = {0.6f, 0, 0, 0, 0.4f, 1, 1, 1}, outside[8] = {0, 0, 0, 0, 1.5f, 1, 1, 1}, nan[8] = {0, 0, 0, 0, NAN, 1, 1, 1};
+    // The gradient map: unsorted stops (the last above the first but below its predecessor),
+    // stops outside [0, 1], NaN; the 3D LUT: sizes, modes, nulls.
+    const float unsorted[12] = {0, 0, 0, 0, 0.6f, 1, 1, 1, 0.4f, 1, 1, 1}, outside[12] = {0, 0, 0, 0, 0.5f, 1, 1, 1, 1.5f, 1, 1, 1},
+                nan[12] = {0, 0, 0, 0, 0.5f, 1, 1, 1, NAN, 1, 1, 1};
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 0, &roi, stops, 5, 1), StatusInvalidParameter);
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(nullptr, 32, &roi, stops, 5, 1), StatusInvalidParameter);
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, nullptr, stops, 5, 1), StatusInvalidParameter);
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, nullptr, 5, 1), StatusInvalidParameter);
     EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, stops, 1, 1), StatusInvalidParameter);
-    for (const float* bad : {unsorted, outside, nan}) EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, bad, 2, 1), StatusInvalidParameter);
+    for (const float* bad : {unsorted, outside, nan}) {  // nothing before the first stop is read
+        const vt::GuardedArray<float> guarded(std::vector<float>(bad, bad + 12), vt::Placement::Start);
+        EXPECT_EQ(SSE_GradientColorize_Rgba128F(image, 32, &roi, guarded.data(), 3, 1), StatusInvalidParameter);
+    }
     float lut_out[8] = {9, 9, 9, 9, 9, 9, 9, 9};
     for (const auto& [n, interpolation, nodes] : {std::tuple{1, 0, cube}, std::tuple{257, 0, cube}, std::tuple{5, 2, cube},
                                                    std::tuple{5, 0, static_cast<const float*>(nullptr)}})

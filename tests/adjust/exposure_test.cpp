@@ -85,9 +85,9 @@ TEST(SourceToDestination, ExposureAndBrightnessMatchReference) {
 }
 
 // The one-pixel brightness at a luminance of exactly the lightness threshold takes the cube
-// root (its branches do not meet there, so the comparison's direction shows): red alone, with
-// Y = 0.2125 r hitting the threshold exactly.
-TEST(SourceToDestination, BrightnessAtTheThresholdTakesTheCubeRoot) {
+// root (its branches do not meet there, so the comparison's direction shows), the vector one the
+// straight segment: red alone, with Y = 0.2125 r hitting the threshold exactly.
+TEST(SourceToDestination, BrightnessAtTheThresholdTakesItsDocumentedBranch) {
     float r = 0.008856452f / 0.2125f;
     while (0.2125f * r < 0.008856452f) r = std::nextafter(r, 1.0f);
     while (0.2125f * r > 0.008856452f) r = std::nextafter(r, 0.0f);
@@ -98,6 +98,12 @@ TEST(SourceToDestination, BrightnessAtTheThresholdTakesTheCubeRoot) {
     const ImageSize roi{1, 1};
     ImageAdjustBrightness_Rgba128F(px, 16, out, 16, &roi, 0.0f);
     for (int c = 0; c < 4; ++c) EXPECT_EQ(out[c], want[c]) << "lane " << c;
+    // The vector brightness takes the straight segment there, which involves no power: the
+    // reference's bits exactly.
+    ref::Pixel line = {r, 0, 0, 1};
+    ref::BrightnessVector(line, 0.0f);
+    ImageAdjustBrightness_Rgba128F_SSE2(px, 16, out, 16, &roi, 0.0f);
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(out[c], line[c]) << "vector, lane " << c;
 }
 
 TEST(ExposureEtc, MatchesReferenceWithAndWithoutLocalMap) {

@@ -344,6 +344,13 @@ TEST(ColorProperties, InterleavedLabAgreesWithTheBlockedConversions) {
     const std::vector<float> back = Apply(XMImageLabToRGB_Rgb128F_SSE2, lab);
     for (size_t i = 0; i < back.size(); ++i)
         ASSERT_EQ(back[i], i % 4 == 3 ? lab[i] : blocked[i]) << "from Lab, float " << i;
+    // At exactly epsilon f takes the straight segment, which needs no root: the first pixel's
+    // fourth channel comes out (as blocked float 12) that segment's bits.
+    std::vector<float> edge(16, 0.5f);
+    edge[3] = 0.008856452f;
+    const ImageSize one{1, 1};
+    XMImageConvertToLab_ProPhotoRgb128F_SSE2(edge.data(), 64, &one);
+    EXPECT_EQ(edge[12], (0.008856452f * 903.2963f + 16.0f) * 0.00862069f * 116.0f - 16.0f);
 }
 
 // The Lab loop against the composition of its steps: an identity curve with chroma 0 is the

@@ -346,11 +346,12 @@ TEST(ColorProperties, InterleavedLabAgreesWithTheBlockedConversions) {
         ASSERT_EQ(back[i], i % 4 == 3 ? lab[i] : blocked[i]) << "from Lab, float " << i;
     // At exactly epsilon f takes the straight segment, which needs no root: the first pixel's
     // fourth channel comes out (as blocked float 12) that segment's bits.
+    const float epsilon = float(ref::kLabEpsilon), kappa = float(ref::kLabKappa);
     std::vector<float> edge(16, 0.5f);
-    edge[3] = 0.008856452f;
+    edge[3] = epsilon;
     const ImageSize one{1, 1};
     XMImageConvertToLab_ProPhotoRgb128F_SSE2(edge.data(), 64, &one);
-    EXPECT_EQ(edge[12], (0.008856452f * 903.2963f + 16.0f) * 0.00862069f * 116.0f - 16.0f);
+    EXPECT_EQ(edge[12], (epsilon * kappa + 16.0f) * 0.00862069f * 116.0f - 16.0f);
 }
 
 // The Lab loop against the composition of its steps: an identity curve with chroma 0 is the
